@@ -1,0 +1,199 @@
+/*
+ * velqora.h - the public interface of the Velqora demosaicing library.
+ *
+ * Valid C (C99 and later) and C++. Every function declared here is exported
+ * from libvelqora.so under its plain, unmangled name. Status results are
+ * signed 32-bit; nothing is logged or printed.
+ *
+ * Typical use:
+ *     ProcessingHandle *h = NULL;
+ *     vqpCreate(&h);
+ *     uint64_t fmt = VQP_PIXEL_FORMAT_RGB8;
+ *     vqpDemosaicSetConfig(h, &fmt);
+ *     vqpDemosaicing(h, &in, VQP_METHOD_BILINEAR, &out);   // once per frame
+ *     vqpRelease(&h);
+ */
+#ifndef VELQORA_H
+#define VELQORA_H
+
+#include <stdint.h>
+
+#if defined(_WIN32)
+#  if defined(VELQORA_BUILDING)
+#    define VQP_API __declspec(dllexport)
+#  else
+#    define VQP_API __declspec(dllimport)
+#  endif
+#else
+#  define VQP_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+#  define VQP_EXTERN extern "C" VQP_API
+#else
+#  define VQP_EXTERN extern VQP_API
+#endif
+
+/* ---- Status codes --------------------------------------------------------------------------- */
+#define VQP_OK                             0
+#define VQP_ERR_NULL_ARGUMENT              (-111)
+#define VQP_ERR_OUT_OF_MEMORY              (-117)
+#define VQP_ERR_BAD_DIMENSIONS             (-104)
+#define VQP_ERR_UNSUPPORTED_INPUT_FORMAT   (-102)
+#define VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT  (-107)
+
+/* ---- Pixel-format codes (PFNC) -------------------------------------------------------------- */
+/* Output formats accepted by vqpDemosaicSetConfig. */
+#define VQP_PIXEL_FORMAT_RGB8             0x02180014u
+#define VQP_PIXEL_FORMAT_BGR8             0x02180015u /* the default */
+#define VQP_PIXEL_FORMAT_RGBA8            0x02200016u
+#define VQP_PIXEL_FORMAT_BGRA8            0x02200017u
+#define VQP_PIXEL_FORMAT_RGB8_PLANAR      0x02180021u /* planes R, G, B */
+#define VQP_PIXEL_FORMAT_BGR8_PLANAR      0x02180025u /* planes B, G, R */
+#define VQP_PIXEL_FORMAT_MONO8            0x01080001u
+
+/* Input formats accepted by vqpDemosaicing. */
+#define VQP_PIXEL_FORMAT_MONO10           0x01100003u
+#define VQP_PIXEL_FORMAT_MONO12           0x01100005u
+#define VQP_PIXEL_FORMAT_MONO14           0x01100025u
+#define VQP_PIXEL_FORMAT_MONO16           0x01100007u
+#define VQP_PIXEL_FORMAT_MONO10_PACKED    0x010C0004u
+#define VQP_PIXEL_FORMAT_MONO12_PACKED    0x010C0006u
+#define VQP_PIXEL_FORMAT_BAYER_GR8        0x01080008u
+#define VQP_PIXEL_FORMAT_BAYER_RG8        0x01080009u
+#define VQP_PIXEL_FORMAT_BAYER_GB8        0x0108000Au
+#define VQP_PIXEL_FORMAT_BAYER_BG8        0x0108000Bu
+#define VQP_PIXEL_FORMAT_BAYER_GR10       0x0110000Cu
+#define VQP_PIXEL_FORMAT_BAYER_RG10       0x0110000Du
+#define VQP_PIXEL_FORMAT_BAYER_GB10       0x0110000Eu
+#define VQP_PIXEL_FORMAT_BAYER_BG10       0x0110000Fu
+#define VQP_PIXEL_FORMAT_BAYER_GR12       0x01100010u
+#define VQP_PIXEL_FORMAT_BAYER_RG12       0x01100011u
+#define VQP_PIXEL_FORMAT_BAYER_GB12       0x01100012u
+#define VQP_PIXEL_FORMAT_BAYER_BG12       0x01100013u
+#define VQP_PIXEL_FORMAT_BAYER_GR16       0x0110002Eu
+#define VQP_PIXEL_FORMAT_BAYER_RG16       0x0110002Fu
+#define VQP_PIXEL_FORMAT_BAYER_GB16       0x01100030u
+#define VQP_PIXEL_FORMAT_BAYER_BG16       0x01100031u
+#define VQP_PIXEL_FORMAT_BAYER_GR10_PACKED 0x010C0026u
+#define VQP_PIXEL_FORMAT_BAYER_RG10_PACKED 0x010C0027u
+#define VQP_PIXEL_FORMAT_BAYER_GB10_PACKED 0x010C0028u
+#define VQP_PIXEL_FORMAT_BAYER_BG10_PACKED 0x010C0029u
+#define VQP_PIXEL_FORMAT_BAYER_GR12_PACKED 0x010C002Au
+#define VQP_PIXEL_FORMAT_BAYER_RG12_PACKED 0x010C002Bu
+#define VQP_PIXEL_FORMAT_BAYER_GB12_PACKED 0x010C002Cu
+#define VQP_PIXEL_FORMAT_BAYER_BG12_PACKED 0x010C002Du
+
+/* ---- Demosaic methods ----------------------------------------------------------------------- */
+/* Any other value is accepted by vqpDemosaicing and writes no pixels. */
+#define VQP_METHOD_NEAREST   0u
+#define VQP_METHOD_BILINEAR  1u
+#define VQP_METHOD_EDGE      2u
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* One image. For an input frame all five fields are read; for an output frame the library reads
+ * only `data` (rows packed, no padding) and on success writes height, width and pixelFormat. */
+typedef struct ImageFrame {
+    int32_t height;
+    int32_t width;
+    uint32_t pixelFormat;
+    void *data;
+    int32_t stride; /* bytes from one row to the next; input frames only */
+} ImageFrame;
+
+/* Grow-only heap block owned by a handle. */
+typedef struct ScratchBuffer {
+    uint8_t *data;
+    int32_t capacity;
+} ScratchBuffer;
+
+/* Opaque; created by vqpCreate, released by vqpRelease. */
+typedef struct ProcessingHandle ProcessingHandle;
+
+#ifdef __cplusplus
+}
+#endif
+
+/* ---- Handle and configuration --------------------------------------------------------------- */
+VQP_EXTERN int32_t vqpCreate(ProcessingHandle **handleOut);
+/* Resets a handle to its defaults. Does not free a scratch block the handle holds: it is forgotten. */
+VQP_EXTERN void vqpInit(ProcessingHandle *handle);
+VQP_EXTERN int32_t vqpRelease(ProcessingHandle **handlePtr);
+VQP_EXTERN int32_t vqpMemRealloc(ScratchBuffer *scratch, int32_t size);
+VQP_EXTERN int32_t vqpDemosaicGetConfig(const ProcessingHandle *handle, uint64_t *configOut);
+VQP_EXTERN int32_t vqpDemosaicSetConfig(ProcessingHandle *handle, const uint64_t *config);
+
+/* ---- Entry point ---------------------------------------------------------------------------- */
+/* Converts one frame to the configured output format. 8-bit input with a stride larger than the
+ * width is compacted in place inside the caller's input buffer. The output buffer must hold
+ * height x width x (3, 4 or 1) bytes, or three planes of height x width bytes. */
+VQP_EXTERN int32_t vqpDemosaicing(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
+                                  ImageFrame *out);
+
+/* ---- Converters (8-bit mosaic, packed rows, to the configured output) ----------------------- */
+VQP_EXTERN int32_t mono8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
+                                uint64_t config);
+VQP_EXTERN int32_t rg8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
+                              uint64_t config, uint32_t method, uint8_t *scratchTail);
+VQP_EXTERN int32_t gr8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
+                              uint64_t config, uint32_t method, uint8_t *scratchTail);
+VQP_EXTERN int32_t gb8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
+                              uint64_t config, uint32_t method, uint8_t *scratchTail);
+VQP_EXTERN int32_t bg8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
+                              uint64_t config, uint32_t method, uint8_t *scratchTail);
+
+/* ---- Format classification and depth reduction ---------------------------------------------- */
+VQP_EXTERN int32_t demosaicDataInit(const ImageFrame *in, ProcessingHandle *handle, int64_t *phaseOut,
+                                    int32_t *ruleOut);
+VQP_EXTERN void u16Tou8_old(const uint16_t *src, int32_t height, int32_t width, int32_t shift,
+                            uint8_t *dst);
+VQP_EXTERN void u16Tou8(const uint16_t *src, int32_t height, int32_t width, int32_t strideBytes,
+                        int32_t shift, uint8_t *dst);
+/* Packed pairs: odd widths write one byte past the last row. */
+VQP_EXTERN void unpacked_old(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst);
+VQP_EXTERN void unpacked(const uint8_t *src, int32_t height, int32_t width, int32_t strideBytes,
+                         uint8_t *dst);
+/* Forward byte copy; safe in place (dst == src) with strideBytes > width. */
+VQP_EXTERN void u8Tou8(const uint8_t *src, int32_t height, int32_t width, int32_t strideBytes,
+                       uint8_t *dst);
+
+/* ---- Output helpers ------------------------------------------------------------------------- */
+/* 3-byte pixels to 4-byte pixels, the fourth byte 0; returns src. Buffers must not overlap. */
+VQP_EXTERN const uint8_t *bgrToBgra(const uint8_t *src, uint32_t height, uint32_t width, uint8_t *dst);
+/* Re-pads packed 3-byte rows in place to a multiple of 4 bytes (zero padding); the buffer must hold
+ * height x ((3 x width + 3) & ~3) bytes. The stride field is not updated. */
+VQP_EXTERN int32_t vqpBMPAdjust(ProcessingHandle *handle, ImageFrame *image);
+
+/* ---- Nearest-neighbour kernels (8-bit, packed rows, height and width >= 4) ------------------ */
+/* swapRB 0 writes B,G,R; non-zero writes R,G,B. Mono8: non-zero swaps the red and blue weights.
+ * Planar kernels write red through planeR, green through planeG, blue through planeB. */
+VQP_EXTERN int32_t rg8ToBgr8_nearest(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst,
+                                     uint32_t swapRB);
+VQP_EXTERN int32_t rg8ToBgra8_nearest(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst,
+                                      uint32_t swapRB);
+VQP_EXTERN int32_t rg8ToBgr8P_nearest(const uint8_t *src, int32_t height, int32_t width, uint8_t *planeR,
+                                      uint8_t *planeG, uint8_t *planeB);
+VQP_EXTERN int32_t rg8ToMono8_nearest(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst,
+                                      uint32_t swapRB);
+VQP_EXTERN int32_t gb8ToBgr8_nearest(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst,
+                                     uint32_t swapRB);
+VQP_EXTERN int32_t gb8ToBgra8_nearest(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst,
+                                      uint32_t swapRB);
+VQP_EXTERN int32_t gb8ToBgr8P_nearest(const uint8_t *src, int32_t height, int32_t width, uint8_t *planeR,
+                                      uint8_t *planeG, uint8_t *planeB);
+VQP_EXTERN int32_t gb8ToMono8_nearest(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst,
+                                      uint32_t swapRB);
+
+/* ---- Bilinear kernels (8-bit) -------------------------------------------------------------- */
+/* @bilinear-declarations@ */
+
+/* ---- Edge-directed kernels (8-bit) ---------------------------------------------------------- */
+/* @edge-declarations@ */
+
+/* ---- 16-bit demosaic ------------------------------------------------------------------------ */
+/* @u16-declarations@ */
+
+#endif /* VELQORA_H */

@@ -1,0 +1,127 @@
+// The converters: one per input phase, each picking exactly one kernel by output format and method.
+//
+// Only RGGB and GBRG have nearest-neighbour and edge-directed kernels of their own; BGGR and GRBG reuse
+// them with red and blue exchanged (the opposite swap flag, plane order or luma weights). The bilinear
+// family has drivers for every phase, and a converter reaches the opposite channel order through the
+// driver of the opposite phase.
+#include <cstddef>
+#include <cstdint>
+
+#include "core/wrap32.h"
+#include "velqora.h"
+
+namespace {
+
+enum class Layout { Interleaved3, Interleaved4, Mono, Planar, Unknown };
+
+struct OutputFormat {
+    Layout layout;
+    bool redFirst; // RGB8 / RGBA8, or planes in the order B, G, R for planar 0x02180025
+};
+
+OutputFormat classifyOutput(uint64_t config) {
+    switch (config) {
+    case VQP_PIXEL_FORMAT_BGR8: return {Layout::Interleaved3, false};
+    case VQP_PIXEL_FORMAT_RGB8: return {Layout::Interleaved3, true};
+    case VQP_PIXEL_FORMAT_BGRA8: return {Layout::Interleaved4, false};
+    case VQP_PIXEL_FORMAT_RGBA8: return {Layout::Interleaved4, true};
+    case VQP_PIXEL_FORMAT_MONO8: return {Layout::Mono, false};
+    case VQP_PIXEL_FORMAT_RGB8_PLANAR: return {Layout::Planar, false};
+    case VQP_PIXEL_FORMAT_BGR8_PLANAR: return {Layout::Planar, true};
+    default: return {Layout::Unknown, false};
+    }
+}
+
+enum class Phase { RG, GR, GB, BG };
+
+// Kernels of one family for the nearest and edge-directed methods: RGGB kernels serve RG and BG,
+// GBRG kernels serve GB and GR.
+struct SwapFamily {
+    int32_t (*bgr)(const uint8_t *, int32_t, int32_t, uint8_t *, uint32_t);
+    int32_t (*bgra)(const uint8_t *, int32_t, int32_t, uint8_t *, uint32_t);
+    int32_t (*planar)(const uint8_t *, int32_t, int32_t, uint8_t *, uint8_t *, uint8_t *);
+    int32_t (*mono)(const uint8_t *, int32_t, int32_t, uint8_t *, uint32_t);
+};
+
+constexpr SwapFamily kNearestRG{rg8ToBgr8_nearest, rg8ToBgra8_nearest, rg8ToBgr8P_nearest, rg8ToMono8_nearest};
+constexpr SwapFamily kNearestGB{gb8ToBgr8_nearest, gb8ToBgra8_nearest, gb8ToBgr8P_nearest, gb8ToMono8_nearest};
+
+// Calls one kernel of a swap family. `phaseSwapped` is set for BGGR and GRBG input.
+void runSwapFamily(const SwapFamily &k, bool phaseSwapped, OutputFormat of, const uint8_t *src, uint8_t *dst,
+                   int32_t height, int32_t width) {
+    const uint32_t swap = (phaseSwapped != of.redFirst) ? 1u : 0u;
+    const ptrdiff_t n = vq::mul32(height, width);
+    switch (of.layout) {
+    case Layout::Interleaved3: k.bgr(src, height, width, dst, swap); break;
+    case Layout::Interleaved4: k.bgra(src, height, width, dst, swap); break;
+    case Layout::Mono: k.mono(src, height, width, dst, phaseSwapped ? 1u : 0u); break;
+    case Layout::Planar:
+        if (swap) k.planar(src, height, width, dst + 2 * n, dst + n, dst);
+        else k.planar(src, height, width, dst, dst + n, dst + 2 * n);
+        break;
+    case Layout::Unknown: break;
+    }
+}
+
+int32_t convertBayer(Phase phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config,
+                     uint32_t method, uint8_t * /*scratchTail*/) {
+    const OutputFormat of = classifyOutput(config);
+    if (of.layout == Layout::Unknown) return VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT;
+    const bool rgbFamily = phase == Phase::RG || phase == Phase::BG;
+    const bool phaseSwapped = phase == Phase::BG || phase == Phase::GR;
+    switch (method) {
+    case VQP_METHOD_NEAREST:
+        runSwapFamily(rgbFamily ? kNearestRG : kNearestGB, phaseSwapped, of, src, dst, height, width);
+        break;
+    case VQP_METHOD_BILINEAR: // @bilinear-column@
+        break;
+    case VQP_METHOD_EDGE: // @edge-column@
+        break;
+    default: break; // an unknown method writes nothing and succeeds
+    }
+    return VQP_OK;
+}
+
+} // namespace
+
+int32_t mono8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config) {
+    const OutputFormat of = classifyOutput(config);
+    const int32_t n = vq::mul32(height, width);
+    switch (of.layout) {
+    case Layout::Mono:
+        for (int32_t i = 0; i < n; ++i) dst[i] = src[i];
+        break;
+    case Layout::Interleaved3:
+        for (int32_t i = 0; i < n; ++i) dst[3 * ptrdiff_t{i}] = dst[3 * ptrdiff_t{i} + 1] = dst[3 * ptrdiff_t{i} + 2] = src[i];
+        break;
+    case Layout::Interleaved4:
+        for (int32_t i = 0; i < n; ++i) {
+            uint8_t *p = dst + 4 * ptrdiff_t{i};
+            p[0] = p[1] = p[2] = src[i];
+            p[3] = 0;
+        }
+        break;
+    case Layout::Planar:
+        for (int32_t i = 0; i < n; ++i) dst[i] = dst[ptrdiff_t{n} + i] = dst[2 * ptrdiff_t{n} + i] = src[i];
+        break;
+    case Layout::Unknown: return VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT;
+    }
+    return VQP_OK;
+}
+
+int32_t rg8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config, uint32_t method,
+                   uint8_t *scratchTail) {
+    return convertBayer(Phase::RG, src, dst, height, width, config, method, scratchTail);
+}
+int32_t gr8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config, uint32_t method,
+                   uint8_t *scratchTail) {
+    return convertBayer(Phase::GR, src, dst, height, width, config, method, scratchTail);
+}
+int32_t gb8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config, uint32_t method,
+                   uint8_t *scratchTail) {
+    return convertBayer(Phase::GB, src, dst, height, width, config, method, scratchTail);
+}
+int32_t bg8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config, uint32_t method,
+                   uint8_t *scratchTail) {
+    return convertBayer(Phase::BG, src, dst, height, width, config, method, scratchTail);
+}

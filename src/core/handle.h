@@ -1,0 +1,15 @@
+// The processing handle as the library lays it out. Callers see only an opaque pointer.
+#pragma once
+
+#include <cstdint>
+
+#include "velqora.h"
+
+struct ProcessingHandle {
+    uint64_t config;          // the output pixel format, compared and stored as a 64-bit value
+    uint8_t reserved[24];     // never initialised, never read
+    uint32_t settings[8];     // reset to 12, 1, 0, 8, 1, 0, 8, 1; read by nothing
+    int32_t createWord;       // zeroed by vqpCreate only; read by nothing
+    uint64_t createValue;     // zeroed by vqpCreate only; read by nothing
+    ScratchBuffer scratch;    // grow-only work memory
+};

@@ -1,0 +1,94 @@
+// Input classification and reduction of deep or packed samples to one byte a sample.
+#include <cstddef>
+#include <cstdint>
+
+#include "core/wrap32.h"
+#include "velqora.h"
+
+namespace {
+
+struct FormatRule {
+    uint32_t code;
+    uint32_t phase;
+    int32_t rule; // 0: 8-bit; 2, 4, 6, 8: right shift of 16-bit containers; -1: two samples in three bytes
+};
+
+constexpr uint32_t kMono = 0x01080001u, kGR = 0x01080008u, kRG = 0x01080009u, kGB = 0x0108000Au, kBG = 0x0108000Bu;
+
+constexpr FormatRule kFormats[] = {
+    {0x01080001u, kMono, 0}, {0x01100003u, kMono, 2},  {0x01100005u, kMono, 4},  {0x01100025u, kMono, 6},
+    {0x01100007u, kMono, 8}, {0x010C0004u, kMono, -1}, {0x010C0006u, kMono, -1},
+    {0x01080008u, kGR, 0},   {0x01080009u, kRG, 0},    {0x0108000Au, kGB, 0},    {0x0108000Bu, kBG, 0},
+    {0x0110000Cu, kGR, 2},   {0x0110000Du, kRG, 2},    {0x0110000Eu, kGB, 2},    {0x0110000Fu, kBG, 2},
+    {0x01100010u, kGR, 4},   {0x01100011u, kRG, 4},    {0x01100012u, kGB, 4},    {0x01100013u, kBG, 4},
+    {0x0110002Eu, kGR, 8},   {0x0110002Fu, kRG, 8},    {0x01100030u, kGB, 8},    {0x01100031u, kBG, 8},
+    {0x010C0026u, kGR, -1},  {0x010C0027u, kRG, -1},   {0x010C0028u, kGB, -1},   {0x010C0029u, kBG, -1},
+    {0x010C002Au, kGR, -1},  {0x010C002Bu, kRG, -1},   {0x010C002Cu, kGB, -1},   {0x010C002Du, kBG, -1},
+};
+
+} // namespace
+
+int32_t demosaicDataInit(const ImageFrame *in, ProcessingHandle * /*handle*/, int64_t *phaseOut, int32_t *ruleOut) {
+    *phaseOut = static_cast<int64_t>(static_cast<int32_t>(in->pixelFormat));
+    *ruleOut = 0;
+    for (const FormatRule &f : kFormats) {
+        if (f.code == in->pixelFormat) {
+            *phaseOut = f.phase;
+            *ruleOut = f.rule;
+            return VQP_OK;
+        }
+    }
+    return VQP_ERR_UNSUPPORTED_INPUT_FORMAT;
+}
+
+// One run of height * width samples; bits above the kept byte are dropped (wrapped, not clamped).
+void u16Tou8_old(const uint16_t *src, int32_t height, int32_t width, int32_t shift, uint8_t *dst) {
+    const int32_t n = vq::mul32(height, width);
+    for (int32_t i = 0; i < n; ++i) dst[i] = static_cast<uint8_t>(src[i] >> shift);
+}
+
+// Row by row; the source advances by strideBytes >> 1 samples, so an odd stride loses its last byte.
+void u16Tou8(const uint16_t *src, int32_t height, int32_t width, int32_t strideBytes, int32_t shift, uint8_t *dst) {
+    const ptrdiff_t srcStep = strideBytes >> 1;
+    for (int32_t y = 0; y < height; ++y) {
+        for (int32_t x = 0; x < width; ++x) dst[x] = static_cast<uint8_t>(src[x] >> shift);
+        src += srcStep;
+        dst += width;
+    }
+}
+
+// Two samples in three bytes: the first and third byte are the high bytes of the two samples. With an
+// odd count the last group writes one byte beyond it.
+void unpacked_old(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst) {
+    const int32_t n = vq::mul32(height, width);
+    if (n < 1) return;
+    const ptrdiff_t groups = ((n - 1) >> 1) + 1;
+    for (ptrdiff_t g = 0; g < groups; ++g) {
+        dst[2 * g] = src[3 * g];
+        dst[2 * g + 1] = src[3 * g + 2];
+    }
+}
+
+// As unpacked_old per row. The destination advances by width, so with an odd width the byte written
+// past a row is overwritten by the next row, and the last row writes one byte past the frame.
+void unpacked(const uint8_t *src, int32_t height, int32_t width, int32_t strideBytes, uint8_t *dst) {
+    const ptrdiff_t groups = ((width - 1) >> 1) + 1;
+    for (int32_t y = 0; y < height; ++y) {
+        for (ptrdiff_t g = 0; g < groups; ++g) {
+            dst[2 * g] = src[3 * g];
+            dst[2 * g + 1] = src[3 * g + 2];
+        }
+        src += strideBytes;
+        dst += width;
+    }
+}
+
+// Forward byte-at-a-time row copy: run in place with a stride above the width, every row moves
+// towards the start of the buffer without overwriting bytes not yet read.
+void u8Tou8(const uint8_t *src, int32_t height, int32_t width, int32_t strideBytes, uint8_t *dst) {
+    for (int32_t y = 0; y < height; ++y) {
+        for (int32_t x = 0; x < width; ++x) dst[x] = src[x];
+        src += strideBytes;
+        dst += width;
+    }
+}

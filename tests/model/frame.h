@@ -1,0 +1,139 @@
+// Test support: random mosaics, a colour image as the per-pixel models produce it, and the bytes the
+// library must write for it in each output format.
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "velqora.h"
+
+namespace vqt {
+
+struct Rgb {
+    int r, g, b;
+    bool operator==(const Rgb &) const = default;
+};
+
+// A colour image in the frame's own colours (red is red whatever the phase), row-major.
+struct Image {
+    int h = 0, w = 0;
+    std::vector<Rgb> px;
+    Image(int height, int width) : h(height), w(width), px(size_t(height) * size_t(width)) {}
+    Rgb &at(int y, int x) { return px[size_t(y) * size_t(w) + size_t(x)]; }
+    const Rgb &at(int y, int x) const { return px[size_t(y) * size_t(w) + size_t(x)]; }
+};
+
+// A mosaic of 8-bit samples, rows packed.
+struct Mosaic {
+    int h = 0, w = 0;
+    std::vector<uint8_t> s;
+    Mosaic(int height, int width) : h(height), w(width), s(size_t(height) * size_t(width)) {}
+    int operator()(int y, int x) const { return s[size_t(y) * size_t(w) + size_t(x)]; }
+};
+
+inline Mosaic randomMosaic(int h, int w, std::mt19937 &rng) {
+    Mosaic m(h, w);
+    std::uniform_int_distribution<int> d(0, 255);
+    for (auto &v : m.s) v = uint8_t(d(rng));
+    return m;
+}
+
+// Input phases by their 8-bit code; 'top-left colour' helpers for the models.
+enum class Phase { RG, GR, GB, BG };
+constexpr Phase kPhases[] = {Phase::RG, Phase::GR, Phase::GB, Phase::BG};
+inline uint32_t phaseCode(Phase p) {
+    switch (p) {
+    case Phase::RG: return VQP_PIXEL_FORMAT_BAYER_RG8;
+    case Phase::GR: return VQP_PIXEL_FORMAT_BAYER_GR8;
+    case Phase::GB: return VQP_PIXEL_FORMAT_BAYER_GB8;
+    case Phase::BG: return VQP_PIXEL_FORMAT_BAYER_BG8;
+    }
+    return 0;
+}
+inline const char *phaseName(Phase p) {
+    switch (p) {
+    case Phase::RG: return "RGGB";
+    case Phase::GR: return "GRBG";
+    case Phase::GB: return "GBRG";
+    case Phase::BG: return "BGGR";
+    }
+    return "?";
+}
+// Colour of the site (y, x): 'R', 'G' or 'B'.
+inline char siteColour(Phase p, int y, int x) {
+    const bool rowEven = (y & 1) == 0, colEven = (x & 1) == 0;
+    switch (p) {
+    case Phase::RG: return rowEven ? (colEven ? 'R' : 'G') : (colEven ? 'G' : 'B');
+    case Phase::BG: return rowEven ? (colEven ? 'B' : 'G') : (colEven ? 'G' : 'R');
+    case Phase::GR: return rowEven ? (colEven ? 'G' : 'R') : (colEven ? 'B' : 'G');
+    case Phase::GB: return rowEven ? (colEven ? 'G' : 'B') : (colEven ? 'R' : 'G');
+    }
+    return '?';
+}
+
+constexpr uint64_t kOutputFormats[] = {VQP_PIXEL_FORMAT_BGR8,        VQP_PIXEL_FORMAT_RGB8,
+                                       VQP_PIXEL_FORMAT_BGRA8,       VQP_PIXEL_FORMAT_RGBA8,
+                                       VQP_PIXEL_FORMAT_RGB8_PLANAR, VQP_PIXEL_FORMAT_BGR8_PLANAR,
+                                       VQP_PIXEL_FORMAT_MONO8};
+
+inline size_t outputBytes(uint64_t config, int h, int w) {
+    const size_t n = size_t(h) * size_t(w);
+    switch (config) {
+    case VQP_PIXEL_FORMAT_BGRA8:
+    case VQP_PIXEL_FORMAT_RGBA8: return 4 * n;
+    case VQP_PIXEL_FORMAT_MONO8: return n;
+    default: return 3 * n;
+    }
+}
+
+inline uint8_t luma(const Rgb &c) { return uint8_t((77u * c.r + 150u * c.g + 29u * c.b + 128u) >> 8); }
+
+// The bytes of `img` in output format `config`. 4-byte formats get `alpha` in byte 3; a negative
+// alpha takes byte 3 from `keep` (for kernels that never write it).
+inline std::vector<uint8_t> encode(const Image &img, uint64_t config, int alpha = 0,
+                                   const std::vector<uint8_t> *keep = nullptr) {
+    const size_t n = img.px.size();
+    std::vector<uint8_t> out(outputBytes(config, img.h, img.w));
+    for (size_t i = 0; i < n; ++i) {
+        const Rgb &c = img.px[i];
+        switch (config) {
+        case VQP_PIXEL_FORMAT_BGR8: out[3 * i] = uint8_t(c.b), out[3 * i + 1] = uint8_t(c.g), out[3 * i + 2] = uint8_t(c.r); break;
+        case VQP_PIXEL_FORMAT_RGB8: out[3 * i] = uint8_t(c.r), out[3 * i + 1] = uint8_t(c.g), out[3 * i + 2] = uint8_t(c.b); break;
+        case VQP_PIXEL_FORMAT_BGRA8:
+        case VQP_PIXEL_FORMAT_RGBA8: {
+            const bool rgb = config == VQP_PIXEL_FORMAT_RGBA8;
+            out[4 * i] = uint8_t(rgb ? c.r : c.b);
+            out[4 * i + 1] = uint8_t(c.g);
+            out[4 * i + 2] = uint8_t(rgb ? c.b : c.r);
+            out[4 * i + 3] = alpha >= 0 ? uint8_t(alpha) : (*keep)[4 * i + 3];
+            break;
+        }
+        case VQP_PIXEL_FORMAT_RGB8_PLANAR: out[i] = uint8_t(c.r), out[n + i] = uint8_t(c.g), out[2 * n + i] = uint8_t(c.b); break;
+        case VQP_PIXEL_FORMAT_BGR8_PLANAR: out[i] = uint8_t(c.b), out[n + i] = uint8_t(c.g), out[2 * n + i] = uint8_t(c.r); break;
+        case VQP_PIXEL_FORMAT_MONO8: out[i] = luma(c); break;
+        }
+    }
+    return out;
+}
+
+// Runs vqpDemosaicing on an 8-bit mosaic of the given phase and returns the output bytes, with the
+// output buffer pre-filled with `fill`. The call must succeed.
+struct Run {
+    int32_t status;
+    std::vector<uint8_t> out;
+};
+inline Run demosaic(const Mosaic &m, Phase p, uint64_t config, uint32_t method, uint8_t fill = 0xA5) {
+    ProcessingHandle *h = nullptr;
+    vqpCreate(&h);
+    vqpDemosaicSetConfig(h, &config);
+    std::vector<uint8_t> in = m.s;
+    Run r{0, std::vector<uint8_t>(outputBytes(config, m.h, m.w), fill)};
+    ImageFrame fi{m.h, m.w, phaseCode(p), in.data(), m.w};
+    ImageFrame fo{0, 0, 0, r.out.data(), 0};
+    r.status = vqpDemosaicing(h, &fi, method, &fo);
+    vqpRelease(&h);
+    return r;
+}
+
+} // namespace vqt
