@@ -1,0 +1,141 @@
+// vqpDemosaicing: the status codes and the order of the checks, what a failing call leaves alone, the
+// output record, in-place compaction of padded 8-bit input, and monochrome input.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "core/handle.h"
+#include "model/frame.h"
+#include "model/input.h"
+
+using namespace vqt;
+
+namespace {
+
+struct Fixture {
+    ProcessingHandle *h = nullptr;
+    std::vector<uint8_t> in, out;
+    ImageFrame fin{}, fout{};
+    Fixture(int32_t height, int32_t width, int32_t stride, uint32_t format, uint64_t config = VQP_PIXEL_FORMAT_BGR8) {
+        vqpCreate(&h);
+        vqpDemosaicSetConfig(h, &config);
+        in.assign(size_t(std::abs(stride)) * size_t(std::max(height, 1)) * 2 + 64, 7);
+        out.assign(size_t(std::max(height, 1)) * size_t(std::max(width, 1)) * 4, 0xEE);
+        fin = {height, width, format, in.data(), stride};
+        fout = {-1, -1, 0xDEADBEEF, out.data(), -5};
+    }
+    ~Fixture() { vqpRelease(&h); }
+    int32_t run(uint32_t method = VQP_METHOD_NEAREST) { return vqpDemosaicing(h, &fin, method, &fout); }
+    bool outputUntouched() const {
+        return fout.height == -1 && fout.width == -1 && fout.pixelFormat == 0xDEADBEEF && fout.stride == -5 &&
+               std::all_of(out.begin(), out.end(), [](uint8_t b) { return b == 0xEE; });
+    }
+};
+
+} // namespace
+
+TEST(Entry, NullPointersComeFirst) {
+    Fixture f(2, 2, 2, 0x12345678u); // bad size and bad format too: the pointer check wins
+    EXPECT_EQ(vqpDemosaicing(nullptr, &f.fin, 0, &f.fout), VQP_ERR_NULL_ARGUMENT);
+    EXPECT_EQ(vqpDemosaicing(f.h, nullptr, 0, &f.fout), VQP_ERR_NULL_ARGUMENT);
+    EXPECT_EQ(vqpDemosaicing(f.h, &f.fin, 0, nullptr), VQP_ERR_NULL_ARGUMENT);
+    f.fin.data = nullptr;
+    EXPECT_EQ(f.run(), VQP_ERR_NULL_ARGUMENT);
+    f.fin.data = f.in.data();
+    f.fout.data = nullptr;
+    EXPECT_EQ(f.run(), VQP_ERR_NULL_ARGUMENT);
+}
+
+TEST(Entry, DimensionsComeBeforeFormats) {
+    const uint32_t bad = 0x12345678u;
+    for (auto [h, w, s] : {std::tuple{3, 8, 8}, {8, 3, 8}, {8, 8, 3}, {0, 8, 8}, {-4, 8, 8}, {8, 8, -8}}) {
+        Fixture f(h, w, s, bad);
+        EXPECT_EQ(f.run(), VQP_ERR_BAD_DIMENSIONS) << h << "x" << w << " stride " << s;
+        EXPECT_TRUE(f.outputUntouched());
+    }
+    // 46341 * 46341 turns negative in 32 bits; the frame is never read.
+    ImageFrame big{46341, 46341, VQP_PIXEL_FORMAT_BAYER_RG8, reinterpret_cast<void *>(16), 46341};
+    Fixture f(4, 4, 4, VQP_PIXEL_FORMAT_BAYER_RG8);
+    EXPECT_EQ(vqpDemosaicing(f.h, &big, 0, &f.fout), VQP_ERR_BAD_DIMENSIONS);
+    EXPECT_EQ(f.h->scratch.capacity, 0);
+}
+
+TEST(Entry, InputFormatComesBeforeOutputFormat) {
+    Fixture f(4, 4, 4, 0x010C0005u); // not an accepted input code
+    f.h->config = 0x02180023u;       // nor an accepted output (set behind the setter's back)
+    EXPECT_EQ(f.run(), VQP_ERR_UNSUPPORTED_INPUT_FORMAT);
+    EXPECT_EQ(f.h->scratch.capacity, 0); // refused before the scratch grew
+    f.fin.pixelFormat = VQP_PIXEL_FORMAT_BAYER_GB8;
+    EXPECT_EQ(f.run(), VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT);
+    EXPECT_TRUE(f.outputUntouched());
+    f.fin.pixelFormat = VQP_PIXEL_FORMAT_MONO12;
+    EXPECT_EQ(f.run(), VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT);
+    EXPECT_TRUE(f.outputUntouched());
+}
+
+TEST(Entry, ScratchGrowsToTheReducedFrameAndIsKept) {
+    Fixture f(6, 10, 20, VQP_PIXEL_FORMAT_BAYER_RG12);
+    ASSERT_EQ(f.run(), VQP_OK);
+    EXPECT_EQ(f.h->scratch.capacity, 6 * 10 + 10 + 64);
+    f.fin = {6, 10, VQP_PIXEL_FORMAT_BAYER_RG8, f.in.data(), 10};
+    ASSERT_EQ(f.run(), VQP_OK);
+    EXPECT_EQ(f.h->scratch.capacity, 6 * 10 + 10 + 64); // never shrinks
+    Fixture g(5, 9, 9, VQP_PIXEL_FORMAT_BAYER_BG8);
+    ASSERT_EQ(g.run(), VQP_OK);
+    EXPECT_EQ(g.h->scratch.capacity, 9 + 64);
+}
+
+TEST(Entry, UnknownMethodWritesNoPixelsButFillsTheRecord) {
+    const uint64_t config = VQP_PIXEL_FORMAT_RGBA8;
+    Fixture f(5, 6, 6, VQP_PIXEL_FORMAT_BAYER_GR10_PACKED, config);
+    f.fin.stride = 9; // 6 + 3
+    ASSERT_EQ(f.run(3), VQP_OK);
+    EXPECT_TRUE(std::all_of(f.out.begin(), f.out.end(), [](uint8_t b) { return b == 0xEE; }));
+    EXPECT_EQ(f.fout.height, 5);
+    EXPECT_EQ(f.fout.width, 6);
+    EXPECT_EQ(f.fout.pixelFormat, VQP_PIXEL_FORMAT_RGBA8); // the configuration, not the input format
+    EXPECT_EQ(f.fout.stride, -5);
+    EXPECT_EQ(f.fout.data, f.out.data());
+}
+
+TEST(Entry, PaddedEightBitInputIsCompactedInPlace) {
+    // 4 wide, stride 6: the caller's buffer ends up with packed rows, even when the output format is
+    // then refused.
+    std::vector<uint8_t> in(6 * 4);
+    for (size_t i = 0; i < in.size(); ++i) in[i] = uint8_t(i);
+    std::vector<uint8_t> out(4 * 4 * 3);
+    ProcessingHandle *h = nullptr;
+    vqpCreate(&h);
+    h->config = 0x02200018u;
+    ImageFrame fi{4, 4, VQP_PIXEL_FORMAT_BAYER_RG8, in.data(), 6}, fo{0, 0, 0, out.data(), 0};
+    EXPECT_EQ(vqpDemosaicing(h, &fi, 0, &fo), VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT);
+    vqpRelease(&h);
+    const uint8_t packed[16] = {0, 1, 2, 3, 6, 7, 8, 9, 12, 13, 14, 15, 18, 19, 20, 21};
+    EXPECT_TRUE(std::equal(packed, packed + 16, in.begin()));
+    EXPECT_EQ(fi.stride, 6); // the record itself is not changed
+}
+
+TEST(Entry, MonochromeInputInEveryOutputFormat) {
+    std::mt19937 rng(3);
+    const Depth depths[] = {Depth::Bits8, Depth::Bits10, Depth::Bits12, Depth::Bits14, Depth::Bits16, Depth::Packed10, Depth::Packed12};
+    for (int h : {4, 5, 9})
+        for (int w : {4, 7, 10})
+            for (Depth d : depths)
+                for (uint64_t config : kOutputFormats) {
+                    const Mosaic m = randomMosaic(h, w, rng);
+                    RawFrame raw = makeRaw(m, d, (h + w) % 2 == 1, rng);
+                    ProcessingHandle *hd = nullptr;
+                    vqpCreate(&hd);
+                    vqpDemosaicSetConfig(hd, &config);
+                    std::vector<uint8_t> out(outputBytes(config, h, w), 0xEE);
+                    ImageFrame fi{h, w, inputCode('M', d), raw.bytes(), raw.stride}, fo{0, 0, 0, out.data(), 0};
+                    ASSERT_EQ(vqpDemosaicing(hd, &fi, 99, &fo), VQP_OK); // the method is not consulted
+                    vqpRelease(&hd);
+                    Image grey(h, w);
+                    for (int y = 0; y < h; ++y)
+                        for (int x = 0; x < w; ++x) grey.at(y, x) = {m(y, x), m(y, x), m(y, x)};
+                    std::vector<uint8_t> want = encode(grey, config);
+                    if (config == VQP_PIXEL_FORMAT_MONO8) want = m.s; // copied, not recomputed
+                    ASSERT_EQ(out, want) << h << "x" << w << " depth " << int(d) << " format " << std::hex << config;
+                }
+}
