@@ -188,7 +188,27 @@ VQP_EXTERN int32_t gb8ToMono8_nearest(const uint8_t *src, int32_t height, int32_
                                       uint32_t swapRB);
 
 /* ---- Bilinear kernels (8-bit) -------------------------------------------------------------- */
-/* @bilinear-declarations@ */
+/* Packed rows, height and width >= 4. Each phase has its own BGR8 and BGRA8 driver writing B,G,R[,0];
+ * the driver of the opposite phase (rg8 <-> bg8, gb8 <-> gr8) run on the same frame writes R,G,B[,0].
+ * Planar and Mono8 drivers take the frame's own colours: planeR receives red, weights are {red, green,
+ * blue} and are only read; luma = (wR*R + wG*G + wB*B + 128) >> 8 on the interpolated values. BGGR and
+ * GBRG frames are served by the rg8 and gr8 planar and Mono8 drivers with planes or weights reversed. */
+VQP_EXTERN int32_t rg8ToBgr8_bilinear(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst);
+VQP_EXTERN int32_t bg8ToBgr8_bilinear(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst);
+VQP_EXTERN int32_t gb8ToBgr8_bilinear(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst);
+VQP_EXTERN int32_t gr8ToBgr8_bilinear(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst);
+VQP_EXTERN int32_t rg8ToBgra8_bilinear(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst);
+VQP_EXTERN int32_t bg8ToBgra8_bilinear(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst);
+VQP_EXTERN int32_t gb8ToBgra8_bilinear(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst);
+VQP_EXTERN int32_t gr8ToBgra8_bilinear(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst);
+VQP_EXTERN int32_t rg8ToBgr8P_bilinear(const uint8_t *src, int32_t height, int32_t width, uint8_t *planeR,
+                                       uint8_t *planeG, uint8_t *planeB);
+VQP_EXTERN int32_t gr8ToBgr8P_bilinear(const uint8_t *src, int32_t height, int32_t width, uint8_t *planeR,
+                                       uint8_t *planeG, uint8_t *planeB);
+VQP_EXTERN int32_t rg8ToMono8_bilinear(const uint8_t *src, int32_t height, int32_t width, const uint32_t *weights,
+                                       uint8_t *dst);
+VQP_EXTERN int32_t gr8ToMono8_bilinear(const uint8_t *src, int32_t height, int32_t width, const uint32_t *weights,
+                                       uint8_t *dst);
 
 /* ---- Edge-directed kernels (8-bit) ---------------------------------------------------------- */
 /* @edge-declarations@ */

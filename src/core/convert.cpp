@@ -73,8 +73,38 @@ int32_t convertBayer(Phase phase, const uint8_t *src, uint8_t *dst, int32_t heig
     case VQP_METHOD_NEAREST:
         runSwapFamily(rgbFamily ? kNearestRG : kNearestGB, phaseSwapped, of, src, dst, height, width);
         break;
-    case VQP_METHOD_BILINEAR: // @bilinear-column@
+    case VQP_METHOD_BILINEAR: {
+        // Interleaved: every phase has its own drivers, and the driver of the opposite phase (RG <-> BG,
+        // GR <-> GB, that is index 3 - i in Phase order) writes the opposite channel order.
+        using Interleaved = int32_t (*)(const uint8_t *, int32_t, int32_t, uint8_t *);
+        static constexpr Interleaved kBgr[] = {rg8ToBgr8_bilinear, gr8ToBgr8_bilinear, gb8ToBgr8_bilinear,
+                                               bg8ToBgr8_bilinear};
+        static constexpr Interleaved kBgra[] = {rg8ToBgra8_bilinear, gr8ToBgra8_bilinear, gb8ToBgra8_bilinear,
+                                                bg8ToBgra8_bilinear};
+        static_assert(int(Phase::RG) == 0 && int(Phase::GR) == 1 && int(Phase::GB) == 2 && int(Phase::BG) == 3);
+        const int own = static_cast<int>(phase);
+        const int pick = of.redFirst ? 3 - own : own;
+        // Planar and Mono8: the rg8 drivers serve RGGB and BGGR, the gr8 drivers GRBG and GBRG. BGGR and GBRG
+        // have blue where those drivers read red, so their planes go reversed and their weights come reversed.
+        const bool readsBlueAsRed = phase == Phase::BG || phase == Phase::GB;
+        const uint32_t weights[3] = {readsBlueAsRed ? 29u : 77u, 150u, readsBlueAsRed ? 77u : 29u};
+        const ptrdiff_t n = vq::mul32(height, width);
+        const bool planesReversed = readsBlueAsRed != of.redFirst;
+        uint8_t *planeR = planesReversed ? dst + 2 * n : dst;
+        uint8_t *planeB = planesReversed ? dst : dst + 2 * n;
+        switch (of.layout) {
+        case Layout::Interleaved3: kBgr[pick](src, height, width, dst); break;
+        case Layout::Interleaved4: kBgra[pick](src, height, width, dst); break;
+        case Layout::Mono:
+            (rgbFamily ? rg8ToMono8_bilinear : gr8ToMono8_bilinear)(src, height, width, weights, dst);
+            break;
+        case Layout::Planar:
+            (rgbFamily ? rg8ToBgr8P_bilinear : gr8ToBgr8P_bilinear)(src, height, width, planeR, dst + n, planeB);
+            break;
+        case Layout::Unknown: break;
+        }
         break;
+    }
     case VQP_METHOD_EDGE: // @edge-column@
         break;
     default: break; // an unknown method writes nothing and succeeds
