@@ -194,6 +194,37 @@ VQP_EXTERN int32_t gb8ToMono8_nearest(const uint8_t *src, int32_t height, int32_
 /* @edge-declarations@ */
 
 /* ---- 16-bit demosaic ------------------------------------------------------------------------ */
-/* @u16-declarations@ */
+/* Bayer RGGB 16-bit samples (rows packed) to 16-bit colour by bilinear interpolation; no clamping
+ * is needed (every value is a sample or a truncated mean). Interleaved output is three samples per
+ * pixel, B,G,R (order flag 1 in the pieces: R,G,B); planar output is three planes of height x width.
+ * The vqp entry points check pointers (-111) and then sizes (height or width <= 3: -104). */
+VQP_EXTERN int32_t vqpDemosaicingBilinearU16(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst);
+VQP_EXTERN int32_t vqpDemosaicingBilinearU16P(const uint16_t *src, uint32_t height, uint32_t width,
+                                              uint16_t *planeB, uint16_t *planeG, uint16_t *planeR);
+/* Drivers and region pieces (no checks; height and width >= 4). The body returns
+ * (first row left << 32) | first column left for the last-rows and last-columns pieces. */
+VQP_EXTERN int32_t demosaicingBilinearRGGBU16(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst);
+VQP_EXTERN int32_t demosaicingBilinearRGGBU16P(const uint16_t *src, uint32_t height, uint32_t width,
+                                               uint16_t *planeB, uint16_t *planeG, uint16_t *planeR);
+VQP_EXTERN void bilinearFirstRowsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t width, uint32_t order);
+VQP_EXTERN void bilinearFirstColsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
+                                         uint32_t order);
+VQP_EXTERN uint64_t bilinearBodyRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
+                                        uint32_t order);
+VQP_EXTERN void bilinearLastRowsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
+                                        int32_t firstRowLeft, uint32_t order);
+VQP_EXTERN void bilinearLastColsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
+                                        int32_t firstColumnLeft, uint32_t order);
+VQP_EXTERN void bilinearFirstRowsRGGBU16P(const uint16_t *src, uint16_t *planeB, uint16_t *planeG,
+                                          uint16_t *planeR, uint32_t width);
+VQP_EXTERN void bilinearFirstColsRGGBU16P(const uint16_t *src, uint16_t *planeB, uint16_t *planeG,
+                                          uint16_t *planeR, uint32_t height, uint32_t width);
+VQP_EXTERN uint64_t bilinearBodyRGGBU16P(const uint16_t *src, uint16_t *planeB, uint16_t *planeG,
+                                         uint16_t *planeR, uint32_t height, uint32_t width);
+VQP_EXTERN void bilinearLastRowsRGGBU16P(const uint16_t *src, uint16_t *planeB, uint16_t *planeG,
+                                         uint16_t *planeR, uint32_t height, uint32_t width, int32_t firstRowLeft);
+VQP_EXTERN void bilinearLastColsRGGBU16P(const uint16_t *src, uint16_t *planeB, uint16_t *planeG,
+                                         uint16_t *planeR, uint32_t height, uint32_t width,
+                                         int32_t firstColumnLeft);
 
 #endif /* VELQORA_H */
