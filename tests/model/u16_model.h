@@ -102,4 +102,70 @@ inline Colour16 bilinearModel(const Mosaic16 &m) {
     return out;
 }
 
+// ---- edge-directed ---------------------------------------------------------------------------
+inline int maximumFor(Bayer p) { return p == Bayer::RGGB ? 4095 : 65535; }
+
+inline int clampTo(int v, int maximum) { return v < 0 ? 0 : v > maximum ? maximum : v; }
+
+// Green at an R or B site, unclamped. Per direction: the full form with both neighbours and both
+// far samples, the single difference when one far sample is missing, the edge form when a
+// neighbour is missing. Horizontal wins only when strictly cheaper.
+inline int edgeGreenEstimate(const Mosaic16 &m, int y, int x) {
+    struct Option {
+        int cost, value;
+    };
+    auto direction = [&](int dy, int dx) -> Option {
+        const int v = m(y, x);
+        const bool before = m.has(y - dy, x - dx), after = m.has(y + dy, x + dx);
+        if (!before || !after) {
+            const int k = before ? -1 : 1;
+            const int diff = v - m(y + 2 * k * dy, x + 2 * k * dx);
+            return {2 * std::abs(diff), m(y + k * dy, x + k * dx) + ((2 * diff) >> 2)};
+        }
+        const int g1 = m(y - dy, x - dx), g2 = m(y + dy, x + dx);
+        const bool farBefore = m.has(y - 2 * dy, x - 2 * dx), farAfter = m.has(y + 2 * dy, x + 2 * dx);
+        int term;
+        if (farBefore && farAfter) term = 2 * v - m(y - 2 * dy, x - 2 * dx) - m(y + 2 * dy, x + 2 * dx);
+        else term = v - (farBefore ? m(y - 2 * dy, x - 2 * dx) : m(y + 2 * dy, x + 2 * dx));
+        return {std::abs(g1 - g2) + std::abs(term), ((g1 + g2) >> 1) + (term >> 2)};
+    };
+    const Option horizontal = direction(0, 1), vertical = direction(1, 0);
+    return horizontal.cost < vertical.cost ? horizontal.value : vertical.value;
+}
+
+inline Colour16 edgeModel(const Mosaic16 &m, Bayer p) {
+    const int maximum = maximumFor(p);
+    std::vector<int> green(m.s.size());
+    auto G = [&](int y, int x) -> int & { return green[size_t(y) * size_t(m.w) + size_t(x)]; };
+    for (int y = 0; y < m.h; ++y)
+        for (int x = 0; x < m.w; ++x)
+            G(y, x) = colourAt(p, y, x) == 'G' ? m(y, x) : clampTo(edgeGreenEstimate(m, y, x), maximum);
+
+    Colour16 out(m.h, m.w);
+    for (int y = 0; y < m.h; ++y)
+        for (int x = 0; x < m.w; ++x) {
+            const char site = colourAt(p, y, x);
+            auto value = [&](char want) -> int {
+                if (site == want) return m(y, x);
+                // The nearest sites of the wanted colour: diagonal from the other colour, in line
+                // (whichever line holds that colour) from green.
+                int sum = 0, n = 0;
+                for (int dy = -1; dy <= 1; ++dy)
+                    for (int dx = -1; dx <= 1; ++dx) {
+                        const int ny = y + dy, nx = x + dx;
+                        if ((dy == 0 && dx == 0) || !m.has(ny, nx) || colourAt(p, ny, nx) != want) continue;
+                        sum += m(ny, nx) - G(ny, nx);
+                        ++n;
+                    }
+                const int base = site == 'G' ? m(y, x) : G(y, x);
+                return clampTo(base + (n == 4 ? sum >> 2 : n == 2 ? sum >> 1 : sum), maximum);
+            };
+            out.at(y, x) = {value('B'), G(y, x), value('R')};
+        }
+    // The top-left red site of an RGGB frame: blue from the two green estimates before clamping.
+    if (p == Bayer::RGGB)
+        out.at(0, 0).b = clampTo(edgeGreenEstimate(m, 0, 0) + m(1, 1) - edgeGreenEstimate(m, 1, 1), maximum);
+    return out;
+}
+
 } // namespace vqt16
