@@ -214,6 +214,65 @@ VQP_EXTERN int32_t gr8ToMono8_bilinear(const uint8_t *src, int32_t height, int32
 /* @edge-declarations@ */
 
 /* ---- 16-bit demosaic ------------------------------------------------------------------------ */
-/* @u16-declarations@ */
+/* Bayer RGGB 16-bit samples (rows packed) to 16-bit colour by bilinear interpolation; no clamping
+ * is needed (every value is a sample or a truncated mean). Interleaved output is three samples per
+ * pixel, B,G,R (order flag 1 in the pieces: R,G,B); planar output is three planes of height x width.
+ * The vqp entry points check pointers (-111) and then sizes (height or width <= 3: -104). */
+VQP_EXTERN int32_t vqpDemosaicingBilinearU16(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst);
+VQP_EXTERN int32_t vqpDemosaicingBilinearU16P(const uint16_t *src, uint32_t height, uint32_t width,
+                                              uint16_t *planeB, uint16_t *planeG, uint16_t *planeR);
+/* Drivers and region pieces (no checks; height and width >= 4). The body returns
+ * (first row left << 32) | first column left for the last-rows and last-columns pieces. */
+VQP_EXTERN int32_t demosaicingBilinearRGGBU16(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst);
+VQP_EXTERN int32_t demosaicingBilinearRGGBU16P(const uint16_t *src, uint32_t height, uint32_t width,
+                                               uint16_t *planeB, uint16_t *planeG, uint16_t *planeR);
+VQP_EXTERN void bilinearFirstRowsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t width, uint32_t order);
+VQP_EXTERN void bilinearFirstColsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
+                                         uint32_t order);
+VQP_EXTERN uint64_t bilinearBodyRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
+                                        uint32_t order);
+VQP_EXTERN void bilinearLastRowsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
+                                        int32_t firstRowLeft, uint32_t order);
+VQP_EXTERN void bilinearLastColsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
+                                        int32_t firstColumnLeft, uint32_t order);
+VQP_EXTERN void bilinearFirstRowsRGGBU16P(const uint16_t *src, uint16_t *planeB, uint16_t *planeG,
+                                          uint16_t *planeR, uint32_t width);
+VQP_EXTERN void bilinearFirstColsRGGBU16P(const uint16_t *src, uint16_t *planeB, uint16_t *planeG,
+                                          uint16_t *planeR, uint32_t height, uint32_t width);
+VQP_EXTERN uint64_t bilinearBodyRGGBU16P(const uint16_t *src, uint16_t *planeB, uint16_t *planeG,
+                                         uint16_t *planeR, uint32_t height, uint32_t width);
+VQP_EXTERN void bilinearLastRowsRGGBU16P(const uint16_t *src, uint16_t *planeB, uint16_t *planeG,
+                                         uint16_t *planeR, uint32_t height, uint32_t width, int32_t firstRowLeft);
+VQP_EXTERN void bilinearLastColsRGGBU16P(const uint16_t *src, uint16_t *planeB, uint16_t *planeG,
+                                         uint16_t *planeR, uint32_t height, uint32_t width,
+                                         int32_t firstColumnLeft);
+
+/* 16-bit Bayer to interleaved 16-bit B,G,R by edge-directed interpolation. Every interpolated value
+ * is clamped to [0, maximum]: 4095 in the RGGB driver, 65535 in the other three; native samples are
+ * copied. The drivers check nothing (height and width >= 4) and return 0. */
+VQP_EXTERN int32_t demosaicingEdgeRGGBU16(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst);
+VQP_EXTERN int32_t demosaicingEdgeGRBGU16(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst);
+VQP_EXTERN int32_t demosaicingEdgeGBRGU16(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst);
+VQP_EXTERN int32_t demosaicingEdgeBGGRU16(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst);
+/* Interior kernel, red site at (row 0, startColumn) of the rows it is given; reads two rows above and
+ * three below. Returns (rows covered << 32) | first column not centred on; 0 when rows < 2. */
+VQP_EXTERN uint64_t edgeSecRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t rows, uint32_t width,
+                                   int32_t startColumn, int32_t maximum);
+/* Border pieces. First rows: rows 0-1 (RGGB variant) or 0-2 (GBRG variant; it reads rows 0-4, so
+ * called alone it needs a frame at least 5 high; the drivers also serve 4-high frames);
+ * first columns: the columns left of startColumn 2 (RGGB) or 3 (GRBG) from row 2 down; last rows:
+ * from firstRowLeft to the bottom; last columns: from firstColumnLeft to the right edge, row 2 down. */
+VQP_EXTERN void edgeFirstRowsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t width, int32_t startColumn,
+                                     int32_t maximum);
+VQP_EXTERN void edgeFirstRowsGBRGU16(const uint16_t *src, uint16_t *dst, uint32_t width, int32_t startColumn,
+                                     int32_t maximum);
+VQP_EXTERN void edgeFirstColsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
+                                     int32_t maximum);
+VQP_EXTERN void edgeFirstColsGRBGU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
+                                     int32_t maximum);
+VQP_EXTERN void edgeLastRowsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
+                                    int32_t firstRowLeft, int32_t startColumn, int32_t maximum);
+VQP_EXTERN void edgeLastColsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
+                                    int32_t firstColumnLeft, int32_t maximum);
 
 #endif /* VELQORA_H */
