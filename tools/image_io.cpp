@@ -137,6 +137,49 @@ extern "C" void pngError(png_structp png, png_const_charp msg) {
 }
 extern "C" void pngWarning(png_structp, png_const_charp) {}
 
+
+// The libpng calls that may jump back on an error; nothing with a destructor lives in these frames.
+struct PngHeader {
+    png_uint_32 width, height;
+    int depth, colour;
+};
+bool pngReadHeader(png_structp png, png_infop info, std::FILE *f, PngHeader *h) {
+    if (setjmp(png_jmpbuf(png))) return false;
+    png_init_io(png, f);
+    png_set_sig_bytes(png, 8);
+    png_set_user_limits(png, 1u << 16, 1u << 16);
+    png_read_info(png, info);
+    h->width = png_get_image_width(png, info);
+    h->height = png_get_image_height(png, info);
+    h->depth = png_get_bit_depth(png, info);
+    h->colour = png_get_color_type(png, info);
+    return true;
+}
+bool pngReadRows(png_structp png, png_bytepp rows, bool swap) {
+    if (setjmp(png_jmpbuf(png))) return false;
+    if (swap) png_set_swap(png);
+    png_read_image(png, rows);
+    return true;
+}
+bool pngWrite(png_structp png, png_infop info, std::FILE *f, png_uint_32 w, png_uint_32 h, int bits, int colour,
+              int sigBits, png_bytepp rows, bool swap) {
+    if (setjmp(png_jmpbuf(png))) return false;
+    png_init_io(png, f);
+    png_set_compression_level(png, 3);
+    png_set_IHDR(png, info, w, h, bits, colour, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
+    if (sigBits > 0 && sigBits < bits) {
+        png_color_8 sig{};
+        sig.red = sig.green = sig.blue = sig.gray = png_byte(sigBits);
+        png_set_sBIT(png, info, &sig);
+    }
+    png_write_info(png, info);
+    if (swap) png_set_swap(png);
+    png_write_image(png, rows);
+    png_write_end(png, nullptr);
+    return true;
+}
+
 } // namespace
 
 GreyImage readPng(const std::string &path) {
@@ -151,42 +194,35 @@ GreyImage readPng(const std::string &path) {
         png_destroy_read_struct(&png, nullptr, nullptr);
         throw Failure(kExitInput, "out of memory reading " + path);
     }
-    // Everything libpng may jump out of lives in these, created before setjmp.
+    PngHeader hdr{};
     GreyImage img;
-    std::vector<png_bytep> rows;
-    std::vector<uint8_t> raw;
     std::string problem;
-    if (setjmp(png_jmpbuf(png))) {
-        png_destroy_read_struct(&png, &info, nullptr);
-        throw Failure(kExitInput, path + " is a damaged PNG (" + errors.message + ")");
-    }
-    png_init_io(png, f.get());
-    png_set_sig_bytes(png, 8);
-    png_set_user_limits(png, 1u << 16, 1u << 16);
-    png_read_info(png, info);
-    const png_uint_32 w = png_get_image_width(png, info), h = png_get_image_height(png, info);
-    const int depth = png_get_bit_depth(png, info), colour = png_get_color_type(png, info);
-    if (colour != PNG_COLOR_TYPE_GRAY)
+    if (!pngReadHeader(png, info, f.get(), &hdr)) {
+        problem = " is a damaged PNG (" + errors.message + ")";
+    } else if (hdr.colour != PNG_COLOR_TYPE_GRAY) {
         problem = " holds colour or alpha, not a greyscale mosaic: save the raw mosaic as 8 or 16-bit greyscale";
-    else if (depth != 8 && depth != 16)
-        problem = " has " + std::to_string(depth) + "-bit samples: mosaics must be 8 or 16-bit greyscale";
-    if (problem.empty()) {
-        if (depth == 16 && hostIsLittleEndian()) png_set_swap(png);
-        img.width = int32_t(w);
-        img.height = int32_t(h);
-        img.bits = depth;
-        img.samples.resize(size_t(w) * size_t(h));
-        raw.resize(size_t(w) * size_t(h) * size_t(depth / 8));
-        rows.resize(h);
-        for (png_uint_32 y = 0; y < h; ++y) rows[y] = raw.data() + size_t(y) * w * size_t(depth / 8);
-        png_read_image(png, rows.data());
-        for (size_t i = 0; i < img.samples.size(); ++i) {
-            if (depth == 8) {
-                img.samples[i] = raw[i];
-            } else {
-                uint16_t v;
-                std::memcpy(&v, raw.data() + 2 * i, 2);
-                img.samples[i] = v;
+    } else if (hdr.depth != 8 && hdr.depth != 16) {
+        problem = " has " + std::to_string(hdr.depth) + "-bit samples: mosaics must be 8 or 16-bit greyscale";
+    } else {
+        const size_t bytesPer = size_t(hdr.depth / 8), n = size_t(hdr.width) * size_t(hdr.height);
+        std::vector<uint8_t> raw(n * bytesPer);
+        std::vector<png_bytep> rows(hdr.height);
+        for (png_uint_32 y = 0; y < hdr.height; ++y) rows[y] = raw.data() + size_t(y) * hdr.width * bytesPer;
+        if (!pngReadRows(png, rows.data(), hdr.depth == 16 && hostIsLittleEndian())) {
+            problem = " is a damaged PNG (" + errors.message + ")";
+        } else {
+            img.width = int32_t(hdr.width);
+            img.height = int32_t(hdr.height);
+            img.bits = hdr.depth;
+            img.samples.resize(n);
+            for (size_t i = 0; i < n; ++i) {
+                if (bytesPer == 1) {
+                    img.samples[i] = raw[i];
+                } else {
+                    uint16_t v;
+                    std::memcpy(&v, raw.data() + 2 * i, 2);
+                    img.samples[i] = v;
+                }
             }
         }
     }
@@ -249,30 +285,17 @@ void writePng(AtomicFile &file, int32_t width, int32_t height, int channels, int
         png_destroy_write_struct(&png, nullptr);
         throw Failure(kExitOutput, "out of memory writing a PNG");
     }
-    std::vector<png_bytep> rows(static_cast<size_t>(height));
-    if (setjmp(png_jmpbuf(png))) {
-        png_destroy_write_struct(&png, &info);
-        throw Failure(kExitOutput, "cannot write PNG: " + errors.message);
-    }
-    png_init_io(png, file.stream());
-    png_set_compression_level(png, 3);
-    png_set_IHDR(png, info, png_uint_32(width), png_uint_32(height), bits,
-                 channels == 1 ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
-                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    if (sigBits > 0 && sigBits < bits) {
-        png_color_8 sig{};
-        sig.red = sig.green = sig.blue = sig.gray = png_byte(sigBits);
-        png_set_sBIT(png, info, &sig);
-    }
-    png_write_info(png, info);
-    if (bits == 16 && hostIsLittleEndian()) png_set_swap(png);
     const size_t rowBytes = size_t(width) * size_t(channels) * size_t(bits / 8);
     auto *base = static_cast<png_bytep>(const_cast<void *>(pixels));
+    std::vector<png_bytep> rows(static_cast<size_t>(height));
     for (int32_t y = 0; y < height; ++y) rows[size_t(y)] = base + size_t(y) * rowBytes;
-    png_write_image(png, rows.data());
-    png_write_end(png, nullptr);
+    const bool ok = pngWrite(png, info, file.stream(), png_uint_32(width), png_uint_32(height), bits,
+                             channels == 1 ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_RGB, sigBits, rows.data(),
+                             bits == 16 && hostIsLittleEndian());
     png_destroy_write_struct(&png, &info);
+    if (!ok) throw Failure(kExitOutput, "cannot write PNG: " + errors.message);
 }
+
 
 void writePnm(AtomicFile &file, int32_t width, int32_t height, int channels, int bits, const void *pixels,
               int sigBits) {
