@@ -1,6 +1,8 @@
 // velqora-convert: demosaics raw camera frames, PGM and PNG mosaics into PNG, PPM/PGM or raw files.
 #include <sys/stat.h>
 
+#include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -167,6 +169,25 @@ void packSamples(const std::vector<uint16_t> &s, int bits, std::vector<uint8_t> 
 
 constexpr size_t kSlack = 64; // the library may read a byte or two past a packed frame
 
+// 16-bit containers whose samples exceed the format's depth are usually MSB-aligned data given the
+// wrong format; the library would keep the low bits of each shifted sample.
+void warnIfAboveDepth(const LoadedInput &in) {
+    const InputFormat &f = in.format;
+    if (f.packed || f.bits <= 8 || f.bits >= 16) return;
+    uint16_t largest = 0;
+    for (int32_t y = 0; y < in.height; ++y) {
+        const uint8_t *row = in.bytes.data() + size_t(y) * size_t(in.stride);
+        for (int32_t x = 0; x < in.width; ++x) {
+            uint16_t v;
+            std::memcpy(&v, row + 2 * size_t(x), 2);
+            largest = v > largest ? v : largest;
+        }
+    }
+    if (largest >> f.bits)
+        std::fprintf(stderr, "velqora-convert: %s: note: samples exceed %d bits (largest %u); for MSB-aligned data "
+                             "give a 16-bit format\n", in.path.c_str(), f.bits, unsigned(largest));
+}
+
 LoadedInput loadInput(const std::string &path, const Options &o) {
     LoadedInput in;
     in.path = path;
@@ -227,6 +248,7 @@ LoadedInput loadInput(const std::string &path, const Options &o) {
         throw Failure(kExitLibrary, path + ": a " + std::to_string(in.width) + " x " + std::to_string(in.height) +
                                         " frame is too large: keep width x height below 536870912 samples " +
                                         statusTag(VQP_ERR_BAD_DIMENSIONS));
+    warnIfAboveDepth(in);
     in.bytes.resize(in.bytes.size() + kSlack, 0);
     return in;
 }
@@ -358,7 +380,8 @@ int run(const Options &o) {
     if (!o.outFile.empty() && o.inputs.size() > 1)
         usageError("several inputs go into a directory: use --out-dir DIR instead of -o");
     if (!o.outDir.empty()) {
-        fileKindOf("x." + o.type); // the same check as for file names
+        if (o.type != "png" && o.type != "ppm" && o.type != "pgm" && o.type != "raw")
+            usageError("--type " + o.type + ": use png, ppm, pgm or raw");
         std::error_code ec;
         std::filesystem::create_directories(o.outDir, ec);
         if (ec) throw Failure(kExitOutput, "cannot create directory " + o.outDir + ": " + ec.message());

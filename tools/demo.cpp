@@ -1,5 +1,6 @@
 // --demo: a synthetic test chart as ground truth, mosaiced for each Bayer phase, demosaiced by every
 // method; writes the results and a side-by-side comparison, prints time per frame and PSNR.
+#include <cctype>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
