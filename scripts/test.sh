@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds Velqora from nothing and runs the tests twice: in Release, then under AddressSanitizer and
-# UndefinedBehaviorSanitizer.
+# Builds Velqora from nothing and runs the tests twice: in Release (then checks the installed package
+# with the example consumer), and under AddressSanitizer and UndefinedBehaviorSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -11,6 +11,9 @@ echo "== Release build and tests"
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release
 cmake --build build/release -j "$jobs"
 ctest --test-dir build/release --output-on-failure -j "$jobs"
+
+echo "== Install into a temporary prefix; build the example consumer through CMake and pkg-config"
+bash scripts/check-package.sh build/release
 
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer build and tests"
 cmake -S . -B build/sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=-O1 -DVELQORA_SANITIZE=ON
