@@ -404,9 +404,6 @@ int run(const Options &o) {
             usageError("--output selects 8-bit layouts; the 16-bit mode writes B, G, R samples (.raw) or RGB (.png, .ppm)");
         if (o.method == Method::Nearest) usageError("the 16-bit mode has no nearest method: use edge or bilinear");
         if (kind == FileKind::Pgm) usageError("the 16-bit mode writes colour: name the output .png, .ppm or .raw");
-        if (!u16ModeBuilt())
-            throw Failure(kExitUsage, "this velqora-convert was built without the 16-bit mode: "
-                                      "configure with -DVELQORA_TOOL_U16=ON");
     } else {
         of = o.outputFormat.empty() ? outputFormatByCode(defaultOutput(kind, format)) : parseOutputFormat(o.outputFormat);
         checkKindFits(kind, of);

@@ -113,6 +113,5 @@ struct LoadedInput {
 };
 
 void convertU16(const LoadedInput &in, Method method, const std::string &outPath, FileKind kind);
-bool u16ModeBuilt();
 
 } // namespace vqtool

@@ -10,8 +10,8 @@
 namespace vqtool {
 namespace {
 
-// The edge-directed drivers check no sizes; below this their border pieces have no room.
-constexpr int32_t kEdgeMinSide = 8;
+// The edge-directed drivers check no sizes; like every entry point they need 4 rows and columns.
+constexpr int32_t kEdgeMinSide = 4;
 
 // The frame's samples at full depth, rows packed. Packed pairs keep the high 8 bits in the first and
 // third byte and the low bits in the middle byte (first sample's in the low nibble).
@@ -49,8 +49,6 @@ uint16_t widen(uint32_t v, int bits) {
 
 } // namespace
 
-bool u16ModeBuilt() { return true; }
-
 void convertU16(const LoadedInput &in, Method method, const std::string &outPath, FileKind kind) {
     const InputFormat &f = in.format;
     if (f.phase[0] == '\0')
@@ -62,7 +60,7 @@ void convertU16(const LoadedInput &in, Method method, const std::string &outPath
         throw Failure(kExitUsage, "16-bit bilinear takes RGGB mosaics (BayerRG...) only: use --method edge for " + f.name);
     if (method == Method::Edge && (in.height < kEdgeMinSide || in.width < kEdgeMinSide))
         throw Failure(kExitLibrary, in.path + ": a " + std::to_string(in.width) + " x " + std::to_string(in.height) +
-                                        " frame is too small for 16-bit edge-directed demosaicing: it needs at least " +
+                                        " frame is too small: frames need at least " +
                                         std::to_string(kEdgeMinSide) + " rows and columns " +
                                         statusTag(VQP_ERR_BAD_DIMENSIONS));
 

@@ -1,4 +1,4 @@
-// End-to-end tests of the 16-bit mode of velqora-convert (built with VELQORA_TOOL_U16): the tool's raw
+// End-to-end tests of the 16-bit mode of velqora-convert: the tool's raw
 // output is what the library's 16-bit entry points write for the same samples, for unpacked and packed
 // input of every phase.
 #include <cstring>
