@@ -64,7 +64,7 @@ void runSwapFamily(const SwapFamily &k, bool phaseSwapped, OutputFormat of, cons
 }
 
 int32_t convertBayer(Phase phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config,
-                     uint32_t method, uint8_t * /*scratchTail*/) {
+                     uint32_t method, uint8_t *scratchTail) {
     const OutputFormat of = classifyOutput(config);
     if (of.layout == Layout::Unknown) return VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT;
     const bool rgbFamily = phase == Phase::RG || phase == Phase::BG;
@@ -75,7 +75,26 @@ int32_t convertBayer(Phase phase, const uint8_t *src, uint8_t *dst, int32_t heig
         break;
     case VQP_METHOD_BILINEAR: // @bilinear-column@
         break;
-    case VQP_METHOD_EDGE: // @edge-column@
+    case VQP_METHOD_EDGE: { // RGGB drivers for RG and BG, GBRG drivers for GB and GR; scratchTail is the green
+                            // line of the planar and Mono8 drivers (the interleaved ones use their own output)
+        const uint32_t h = static_cast<uint32_t>(height), w = static_cast<uint32_t>(width);
+        const uint32_t swap = (phaseSwapped != of.redFirst) ? 1u : 0u;
+        const ptrdiff_t n = vq::mul32(height, width);
+        switch (of.layout) {
+        case Layout::Interleaved3: (rgbFamily ? rg8ToBgr8_edge : gb8ToBgr8_edge)(src, h, w, dst, swap); break;
+        case Layout::Interleaved4: (rgbFamily ? rg8ToBgra8_edge : gb8ToBgra8_edge)(src, h, w, dst, swap); break;
+        case Layout::Mono:
+            (rgbFamily ? rg8ToMono8_edge : gb8ToMono8_edge)(src, h, w, dst, phaseSwapped ? 1u : 0u, scratchTail);
+            break;
+        case Layout::Planar: {
+            const auto planar = rgbFamily ? rg8ToBgr8P_edge : gb8ToBgr8P_edge;
+            if (swap) planar(src, h, w, dst + 2 * n, dst + n, dst, scratchTail);
+            else planar(src, h, w, dst, dst + n, dst + 2 * n, scratchTail);
+            break;
+        }
+        case Layout::Unknown: break;
+        }
+    }
         break;
     default: break; // an unknown method writes nothing and succeeds
     }
