@@ -314,6 +314,8 @@ int64_t last3Rows(const RowSet &rows, ptrdiff_t w, const Store &outRow, const ui
     return 0;
 }
 
+// First band (rows 0 and 1), body bands while r < h-3, then the bottom piece of the two or three rows left.
+// Heights 4 and 5 run no body band: their bottom piece starts at row 2.
 template <class Store>
 int64_t demosaicRGGB(const uint8_t *src, uint32_t height, uint32_t width, const Store &out, uint8_t *line) {
     const ptrdiff_t h = height, w = width;
