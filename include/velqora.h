@@ -211,7 +211,34 @@ VQP_EXTERN int32_t gr8ToMono8_bilinear(const uint8_t *src, int32_t height, int32
                                        uint8_t *dst);
 
 /* ---- Edge-directed kernels (8-bit) ---------------------------------------------------------- */
-/* @edge-declarations@ */
+/* Green is interpolated at every red and blue site along the direction of the smaller gradient (ties
+ * go vertical), then red and blue from colour differences. Packed rows, h and w at least 4; every
+ * driver returns 0. swapRB 0 writes B,G,R; non-zero writes R,G,B; for Mono8 it exchanges the red and
+ * blue weights (77, 150, 29). Planar drivers write red through rPlane, green through gPlane, blue
+ * through bPlane.
+ * Work line: the 3- and 4-byte drivers use the last w bytes of dst; the planar and Mono8 drivers use
+ * greenLine, at least w bytes, whose contents are overwritten. The 4-byte drivers never write the
+ * fourth byte of a pixel: fourth bytes that fall in the last w bytes of dst are left holding work-line
+ * values (estimated greens of the rows above the last two or three), all others keep what the caller
+ * put there.
+ * GBRG frames (and GRBG, through the same drivers) of height 4: rows 0 to 3 follow the same rules as
+ * every other frame, with the neighbours outside the frame left out: the red sites of row 1 and the
+ * blue sites of row 2 take the single vertical difference towards the far row that exists (row 3,
+ * row 0), the red sites of row 3 the bottom-edge form with the green above, and the red and blue of
+ * row 3 come from row 3 and row 2 alone. Nothing outside the frame is read; the work line is left
+ * holding the estimates of rows 1 and 2. */
+VQP_EXTERN int64_t rg8ToBgr8_edge(const uint8_t *src, uint32_t h, uint32_t w, uint8_t *dst, uint32_t swapRB);
+VQP_EXTERN int64_t gb8ToBgr8_edge(const uint8_t *src, uint32_t h, uint32_t w, uint8_t *dst, uint32_t swapRB);
+VQP_EXTERN int64_t rg8ToBgra8_edge(const uint8_t *src, uint32_t h, uint32_t w, uint8_t *dst, uint32_t swapRB);
+VQP_EXTERN int64_t gb8ToBgra8_edge(const uint8_t *src, uint32_t h, uint32_t w, uint8_t *dst, uint32_t swapRB);
+VQP_EXTERN int64_t rg8ToBgr8P_edge(const uint8_t *src, uint32_t h, uint32_t w, uint8_t *rPlane, uint8_t *gPlane,
+                                   uint8_t *bPlane, uint8_t *greenLine);
+VQP_EXTERN int64_t gb8ToBgr8P_edge(const uint8_t *src, uint32_t h, uint32_t w, uint8_t *rPlane, uint8_t *gPlane,
+                                   uint8_t *bPlane, uint8_t *greenLine);
+VQP_EXTERN int64_t rg8ToMono8_edge(const uint8_t *src, uint32_t h, uint32_t w, uint8_t *dst, uint32_t swapRB,
+                                   uint8_t *greenLine);
+VQP_EXTERN int64_t gb8ToMono8_edge(const uint8_t *src, uint32_t h, uint32_t w, uint8_t *dst, uint32_t swapRB,
+                                   uint8_t *greenLine);
 
 /* ---- 16-bit demosaic ------------------------------------------------------------------------ */
 /* Bayer RGGB 16-bit samples (rows packed) to 16-bit colour by bilinear interpolation; no clamping

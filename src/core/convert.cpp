@@ -35,36 +35,42 @@ OutputFormat classifyOutput(uint64_t config) {
 enum class Phase { RG, GR, GB, BG };
 
 // Kernels of one family for the nearest and edge-directed methods: RGGB kernels serve RG and BG,
-// GBRG kernels serve GB and GR.
+// GBRG kernels serve GB and GR, with red and blue exchanged by the swap flag, the plane order or the
+// luma weights.
+template <class Bgr, class Bgra, class Planar, class Mono>
 struct SwapFamily {
-    int32_t (*bgr)(const uint8_t *, int32_t, int32_t, uint8_t *, uint32_t);
-    int32_t (*bgra)(const uint8_t *, int32_t, int32_t, uint8_t *, uint32_t);
-    int32_t (*planar)(const uint8_t *, int32_t, int32_t, uint8_t *, uint8_t *, uint8_t *);
-    int32_t (*mono)(const uint8_t *, int32_t, int32_t, uint8_t *, uint32_t);
+    Bgr bgr;
+    Bgra bgra;
+    Planar planar;
+    Mono mono;
 };
 
 constexpr SwapFamily kNearestRG{rg8ToBgr8_nearest, rg8ToBgra8_nearest, rg8ToBgr8P_nearest, rg8ToMono8_nearest};
 constexpr SwapFamily kNearestGB{gb8ToBgr8_nearest, gb8ToBgra8_nearest, gb8ToBgr8P_nearest, gb8ToMono8_nearest};
+constexpr SwapFamily kEdgeRG{rg8ToBgr8_edge, rg8ToBgra8_edge, rg8ToBgr8P_edge, rg8ToMono8_edge};
+constexpr SwapFamily kEdgeGB{gb8ToBgr8_edge, gb8ToBgra8_edge, gb8ToBgr8P_edge, gb8ToMono8_edge};
 
-// Calls one kernel of a swap family. `phaseSwapped` is set for BGGR and GRBG input.
-void runSwapFamily(const SwapFamily &k, bool phaseSwapped, OutputFormat of, const uint8_t *src, uint8_t *dst,
-                   int32_t height, int32_t width) {
+// Calls one kernel of a swap family. `phaseSwapped` is set for BGGR and GRBG input; `line` is the
+// work row that the planar and Mono8 kernels of the edge-directed family take.
+template <class Family, class... Line>
+void runSwapFamily(const Family &k, bool phaseSwapped, OutputFormat of, const uint8_t *src, uint8_t *dst,
+                   int32_t height, int32_t width, Line... line) {
     const uint32_t swap = (phaseSwapped != of.redFirst) ? 1u : 0u;
     const ptrdiff_t n = vq::mul32(height, width);
     switch (of.layout) {
     case Layout::Interleaved3: k.bgr(src, height, width, dst, swap); break;
     case Layout::Interleaved4: k.bgra(src, height, width, dst, swap); break;
-    case Layout::Mono: k.mono(src, height, width, dst, phaseSwapped ? 1u : 0u); break;
+    case Layout::Mono: k.mono(src, height, width, dst, phaseSwapped ? 1u : 0u, line...); break;
     case Layout::Planar:
-        if (swap) k.planar(src, height, width, dst + 2 * n, dst + n, dst);
-        else k.planar(src, height, width, dst, dst + n, dst + 2 * n);
+        if (swap) k.planar(src, height, width, dst + 2 * n, dst + n, dst, line...);
+        else k.planar(src, height, width, dst, dst + n, dst + 2 * n, line...);
         break;
     case Layout::Unknown: break;
     }
 }
 
 int32_t convertBayer(Phase phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config,
-                     uint32_t method, uint8_t * /*scratchTail*/) {
+                     uint32_t method, uint8_t *scratchTail) {
     const OutputFormat of = classifyOutput(config);
     if (of.layout == Layout::Unknown) return VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT;
     const bool rgbFamily = phase == Phase::RG || phase == Phase::BG;
@@ -105,7 +111,8 @@ int32_t convertBayer(Phase phase, const uint8_t *src, uint8_t *dst, int32_t heig
         }
         break;
     }
-    case VQP_METHOD_EDGE: // @edge-column@
+    case VQP_METHOD_EDGE: // scratchTail is the green line of the planar and Mono8 kernels
+        runSwapFamily(rgbFamily ? kEdgeRG : kEdgeGB, phaseSwapped, of, src, dst, height, width, scratchTail);
         break;
     default: break; // an unknown method writes nothing and succeeds
     }
