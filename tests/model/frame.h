@@ -117,23 +117,27 @@ inline std::vector<uint8_t> encode(const Image &img, uint64_t config, int alpha 
     return out;
 }
 
-// Runs vqpDemosaicing on an 8-bit mosaic of the given phase and returns the output bytes, with the
-// output buffer pre-filled with `fill`. The call must succeed.
+// Runs vqpDemosaicing on one frame with a fresh handle and returns the status and the output bytes;
+// the output buffer is exactly sized and pre-filled with `fill`.
 struct Run {
     int32_t status;
     std::vector<uint8_t> out;
 };
-inline Run demosaic(const Mosaic &m, Phase p, uint64_t config, uint32_t method, uint8_t fill = 0xA5) {
-    ProcessingHandle *h = nullptr;
-    vqpCreate(&h);
-    vqpDemosaicSetConfig(h, &config);
-    std::vector<uint8_t> in = m.s;
-    Run r{0, std::vector<uint8_t>(outputBytes(config, m.h, m.w), fill)};
-    ImageFrame fi{m.h, m.w, phaseCode(p), in.data(), m.w};
-    ImageFrame fo{0, 0, 0, r.out.data(), 0};
-    r.status = vqpDemosaicing(h, &fi, method, &fo);
-    vqpRelease(&h);
+inline Run convertFrame(int h, int w, uint32_t code, void *data, int32_t stride, uint64_t config, uint32_t method,
+                        uint8_t fill = 0xA5) {
+    ProcessingHandle *handle = nullptr;
+    vqpCreate(&handle);
+    vqpDemosaicSetConfig(handle, &config);
+    Run r{0, std::vector<uint8_t>(outputBytes(config, h, w), fill)};
+    ImageFrame fi{h, w, code, data, stride}, fo{0, 0, 0, r.out.data(), 0};
+    r.status = vqpDemosaicing(handle, &fi, method, &fo);
+    vqpRelease(&handle);
     return r;
+}
+// The same for an 8-bit mosaic of the given phase.
+inline Run demosaic(const Mosaic &m, Phase p, uint64_t config, uint32_t method, uint8_t fill = 0xA5) {
+    std::vector<uint8_t> in = m.s;
+    return convertFrame(m.h, m.w, phaseCode(p), in.data(), m.w, config, method, fill);
 }
 
 } // namespace vqt
