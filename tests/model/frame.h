@@ -39,38 +39,20 @@ inline Mosaic randomMosaic(int h, int w, std::mt19937 &rng) {
     return m;
 }
 
-// Input phases by their 8-bit code; 'top-left colour' helpers for the models.
+// The four phases, named by their top-left 2x2 cell read row by row.
 enum class Phase { RG, GR, GB, BG };
 constexpr Phase kPhases[] = {Phase::RG, Phase::GR, Phase::GB, Phase::BG};
-inline uint32_t phaseCode(Phase p) {
-    switch (p) {
-    case Phase::RG: return VQP_PIXEL_FORMAT_BAYER_RG8;
-    case Phase::GR: return VQP_PIXEL_FORMAT_BAYER_GR8;
-    case Phase::GB: return VQP_PIXEL_FORMAT_BAYER_GB8;
-    case Phase::BG: return VQP_PIXEL_FORMAT_BAYER_BG8;
-    }
-    return 0;
-}
 inline const char *phaseName(Phase p) {
-    switch (p) {
-    case Phase::RG: return "RGGB";
-    case Phase::GR: return "GRBG";
-    case Phase::GB: return "GBRG";
-    case Phase::BG: return "BGGR";
-    }
-    return "?";
+    static constexpr const char *kNames[] = {"RGGB", "GRBG", "GBRG", "BGGR"};
+    return kNames[int(p)];
+}
+inline uint32_t phaseCode(Phase p) {
+    static constexpr uint32_t kCodes[] = {VQP_PIXEL_FORMAT_BAYER_RG8, VQP_PIXEL_FORMAT_BAYER_GR8,
+                                          VQP_PIXEL_FORMAT_BAYER_GB8, VQP_PIXEL_FORMAT_BAYER_BG8};
+    return kCodes[int(p)];
 }
 // Colour of the site (y, x): 'R', 'G' or 'B'.
-inline char siteColour(Phase p, int y, int x) {
-    const bool rowEven = (y & 1) == 0, colEven = (x & 1) == 0;
-    switch (p) {
-    case Phase::RG: return rowEven ? (colEven ? 'R' : 'G') : (colEven ? 'G' : 'B');
-    case Phase::BG: return rowEven ? (colEven ? 'B' : 'G') : (colEven ? 'G' : 'R');
-    case Phase::GR: return rowEven ? (colEven ? 'G' : 'R') : (colEven ? 'B' : 'G');
-    case Phase::GB: return rowEven ? (colEven ? 'G' : 'B') : (colEven ? 'R' : 'G');
-    }
-    return '?';
-}
+inline char siteColour(Phase p, int y, int x) { return phaseName(p)[2 * (y & 1) + (x & 1)]; }
 
 constexpr uint64_t kOutputFormats[] = {VQP_PIXEL_FORMAT_BGR8,        VQP_PIXEL_FORMAT_RGB8,
                                        VQP_PIXEL_FORMAT_BGRA8,       VQP_PIXEL_FORMAT_RGBA8,
@@ -94,24 +76,22 @@ inline uint8_t luma(const Rgb &c) { return uint8_t((77u * c.r + 150u * c.g + 29u
 inline std::vector<uint8_t> encode(const Image &img, uint64_t config, int alpha = 0,
                                    const std::vector<uint8_t> *keep = nullptr) {
     const size_t n = img.px.size();
+    const bool redFirst = config == VQP_PIXEL_FORMAT_RGB8 || config == VQP_PIXEL_FORMAT_RGBA8 ||
+                          config == VQP_PIXEL_FORMAT_RGB8_PLANAR;
     std::vector<uint8_t> out(outputBytes(config, img.h, img.w));
     for (size_t i = 0; i < n; ++i) {
         const Rgb &c = img.px[i];
+        const uint8_t first = uint8_t(redFirst ? c.r : c.b), g = uint8_t(c.g), last = uint8_t(redFirst ? c.b : c.r);
         switch (config) {
-        case VQP_PIXEL_FORMAT_BGR8: out[3 * i] = uint8_t(c.b), out[3 * i + 1] = uint8_t(c.g), out[3 * i + 2] = uint8_t(c.r); break;
-        case VQP_PIXEL_FORMAT_RGB8: out[3 * i] = uint8_t(c.r), out[3 * i + 1] = uint8_t(c.g), out[3 * i + 2] = uint8_t(c.b); break;
+        case VQP_PIXEL_FORMAT_MONO8: out[i] = luma(c); break;
+        case VQP_PIXEL_FORMAT_RGB8_PLANAR:
+        case VQP_PIXEL_FORMAT_BGR8_PLANAR: out[i] = first, out[n + i] = g, out[2 * n + i] = last; break;
         case VQP_PIXEL_FORMAT_BGRA8:
-        case VQP_PIXEL_FORMAT_RGBA8: {
-            const bool rgb = config == VQP_PIXEL_FORMAT_RGBA8;
-            out[4 * i] = uint8_t(rgb ? c.r : c.b);
-            out[4 * i + 1] = uint8_t(c.g);
-            out[4 * i + 2] = uint8_t(rgb ? c.b : c.r);
+        case VQP_PIXEL_FORMAT_RGBA8:
+            out[4 * i] = first, out[4 * i + 1] = g, out[4 * i + 2] = last;
             out[4 * i + 3] = alpha >= 0 ? uint8_t(alpha) : (*keep)[4 * i + 3];
             break;
-        }
-        case VQP_PIXEL_FORMAT_RGB8_PLANAR: out[i] = uint8_t(c.r), out[n + i] = uint8_t(c.g), out[2 * n + i] = uint8_t(c.b); break;
-        case VQP_PIXEL_FORMAT_BGR8_PLANAR: out[i] = uint8_t(c.b), out[n + i] = uint8_t(c.g), out[2 * n + i] = uint8_t(c.r); break;
-        case VQP_PIXEL_FORMAT_MONO8: out[i] = luma(c); break;
+        default: out[3 * i] = first, out[3 * i + 1] = g, out[3 * i + 2] = last;
         }
     }
     return out;
