@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <random>
+#include <string_view>
 #include <vector>
 
 #include "model/frame.h"
@@ -12,21 +13,15 @@ namespace vqt {
 
 enum class Depth { Bits8, Bits10, Bits12, Bits14, Bits16, Packed10, Packed12 };
 
-// Input code of a depth for a phase ('M' for monochrome). Bayer frames have no 14-bit code.
+// Input code of a depth for a phase ('M' for monochrome; Bayer frames have no 14-bit code). Every
+// Bayer depth numbers its phases in the order GR, RG, GB, BG.
 inline uint32_t inputCode(char phase, Depth d) {
-    struct Row { char phase; uint32_t codes[7]; };
-    static const Row rows[] = {
-        {'M', {0x01080001, 0x01100003, 0x01100005, 0x01100025, 0x01100007, 0x010C0004, 0x010C0006}},
-        {'r', {0x01080009, 0x0110000D, 0x01100011, 0, 0x0110002F, 0x010C0027, 0x010C002B}},
-        {'g', {0x01080008, 0x0110000C, 0x01100010, 0, 0x0110002E, 0x010C0026, 0x010C002A}},
-        {'b', {0x0108000A, 0x0110000E, 0x01100012, 0, 0x01100030, 0x010C0028, 0x010C002C}},
-        {'B', {0x0108000B, 0x0110000F, 0x01100013, 0, 0x01100031, 0x010C0029, 0x010C002D}},
-    };
-    for (const Row &r : rows)
-        if (r.phase == phase) return r.codes[int(d)];
-    return 0;
+    static constexpr uint32_t kMono[] = {0x01080001, 0x01100003, 0x01100005, 0x01100025, 0x01100007, 0x010C0004, 0x010C0006};
+    static constexpr uint32_t kBayerGR[] = {0x01080008, 0x0110000C, 0x01100010, 0, 0x0110002E, 0x010C0026, 0x010C002A};
+    if (phase == 'M') return kMono[int(d)];
+    return d == Depth::Bits14 ? 0 : kBayerGR[int(d)] + uint32_t(std::string_view("grbB").find(phase));
 }
-inline char phaseKey(Phase p) { return p == Phase::RG ? 'r' : p == Phase::GR ? 'g' : p == Phase::GB ? 'b' : 'B'; }
+inline char phaseKey(Phase p) { return "rgbB"[int(p)]; } // Phase order RG, GR, GB, BG
 
 struct RawFrame {
     std::vector<uint16_t> storage; // 16-bit aligned bytes
