@@ -13,9 +13,12 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "u16/u16_common.h"
 #include "velqora.h"
 
 namespace {
+
+using vq::u16::minus32;
 
 inline uint32_t mean2(uint32_t a, uint32_t b) { return (a + b) >> 1; }
 inline uint32_t mean4(uint32_t a, uint32_t b, uint32_t c, uint32_t d) { return (a + b + c + d) >> 2; }
@@ -58,9 +61,6 @@ struct Mosaic16 {
 // Sizes arrive as unsigned 32-bit values and are used as signed ones; the differences below wrap
 // instead of overflowing for sizes no caller can pass.
 inline int32_t signedOf(uint32_t v) { return static_cast<int32_t>(v); }
-inline int32_t minus32(int32_t a, int32_t b) {
-    return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
-}
 
 // First row not covered by the row pairs (r odd, r + 1) for r < h - 2: h - 1 for even h, h - 2 for odd.
 inline int32_t firstRowLeft(int32_t h) { return minus32(minus32(h, 1), h & 1); }

@@ -25,7 +25,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "u16/edge_u16.h"
+#include "u16/u16_common.h"
 #include "velqora.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// Shared by the 16-bit edge-directed kernel and its border pieces.
+// Shared by the 16-bit kernels.
 #pragma once
 
 #include <cstdint>
