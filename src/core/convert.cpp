@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/pixel_store.h"
 #include "core/wrap32.h"
 #include "velqora.h"
 
@@ -121,26 +122,21 @@ int32_t convertBayer(Phase phase, const uint8_t *src, uint8_t *dst, int32_t heig
 
 } // namespace
 
+// Every output pixel of a monochrome frame is its input byte v in each channel (alpha 0). Luma of
+// (v, v, v) is v, so the Mono8 output is a copy.
 int32_t mono8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config) {
     const OutputFormat of = classifyOutput(config);
     const int32_t n = vq::mul32(height, width);
+    const auto grey = [&](const auto &store) {
+        for (int32_t i = 0; i < n; ++i) store.put(i, src[i], src[i], src[i]);
+    };
     switch (of.layout) {
     case Layout::Mono:
         for (int32_t i = 0; i < n; ++i) dst[i] = src[i];
         break;
-    case Layout::Interleaved3:
-        for (int32_t i = 0; i < n; ++i) dst[3 * ptrdiff_t{i}] = dst[3 * ptrdiff_t{i} + 1] = dst[3 * ptrdiff_t{i} + 2] = src[i];
-        break;
-    case Layout::Interleaved4:
-        for (int32_t i = 0; i < n; ++i) {
-            uint8_t *p = dst + 4 * ptrdiff_t{i};
-            p[0] = p[1] = p[2] = src[i];
-            p[3] = 0;
-        }
-        break;
-    case Layout::Planar:
-        for (int32_t i = 0; i < n; ++i) dst[i] = dst[ptrdiff_t{n} + i] = dst[2 * ptrdiff_t{n} + i] = src[i];
-        break;
+    case Layout::Interleaved3: grey(vq::Bgr8Store(dst, false)); break;
+    case Layout::Interleaved4: grey(vq::Bgra8Store(dst, false)); break;
+    case Layout::Planar: grey(vq::PlanarStore{dst, dst + n, dst + ptrdiff_t{2} * n}); break;
     case Layout::Unknown: return VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT;
     }
     return VQP_OK;

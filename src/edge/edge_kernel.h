@@ -314,17 +314,23 @@ int64_t last3Rows(const RowSet &rows, ptrdiff_t w, const Store &outRow, const ui
     return 0;
 }
 
+// Body bands from row r while r < h-3, then the bottom piece of the two or three rows left. Both phases
+// end this way; the GBRG frame runs it one row lower.
+template <class Store>
+int64_t bodyAndBottom(const uint8_t *src, ptrdiff_t h, ptrdiff_t w, const Store &out, uint8_t *line, ptrdiff_t r) {
+    for (; r < h - 3; r += 2) body(rowSet(src, h, w, r), w, out.at(r * w), line);
+    if (h - r == 2) last2Rows(rowSet(src, h, w, r), w, out.at(r * w), line);
+    else last3Rows(rowSet(src, h, w, r), w, out.at(r * w), line);
+    return 0;
+}
+
 // First band (rows 0 and 1), body bands while r < h-3, then the bottom piece of the two or three rows left.
 // Heights 4 and 5 run no body band: their bottom piece starts at row 2.
 template <class Store>
 int64_t demosaicRGGB(const uint8_t *src, uint32_t height, uint32_t width, const Store &out, uint8_t *line) {
     const ptrdiff_t h = height, w = width;
     runBand<kFirstRows, true>(rowSet(src, h, w, 0), w, out, line);
-    ptrdiff_t r = 2;
-    for (; r < h - 3; r += 2) body(rowSet(src, h, w, r), w, out.at(r * w), line);
-    if (h - r == 2) last2Rows(rowSet(src, h, w, r), w, out.at(r * w), line);
-    else last3Rows(rowSet(src, h, w, r), w, out.at(r * w), line);
-    return 0;
+    return bodyAndBottom(src, h, w, out, line, 2);
 }
 
 // Rows 0..2 first (row 0 is a G/B row above the RGGB mosaic that starts at row 1), then the RGGB bands one
@@ -339,11 +345,7 @@ int64_t demosaicGBRG(const uint8_t *src, uint32_t height, uint32_t width, const 
         return 0;
     }
     runBand<kTopRowsGB>(rowSet(src, h, w, 1), w, out.at(w), line);
-    ptrdiff_t r = 3;
-    for (; r < h - 3; r += 2) body(rowSet(src, h, w, r), w, out.at(r * w), line);
-    if (h - r == 2) last2Rows(rowSet(src, h, w, r), w, out.at(r * w), line);
-    else last3Rows(rowSet(src, h, w, r), w, out.at(r * w), line);
-    return 0;
+    return bodyAndBottom(src, h, w, out, line, 3);
 }
 
 } // namespace vq::edge
