@@ -25,6 +25,7 @@
 #include <cstdint>
 
 #include "core/pixel_store.h"
+#include "simd/dispatch.h"
 
 namespace vq::bilinear {
 
@@ -101,10 +102,13 @@ template <class Store>
 uint64_t body(const uint8_t *src, const Store &out, int32_t h, int32_t w) {
     const int32_t colEnd = tailStart(w);
     if (h - 2 > 1 && w - 2 > 1) {
+        const auto vectorPairs = simd::kernels<Store>().bilinearRowPair; // the vector interior, if any
         for (int32_t y = 1; y < h - 2; y += 2) {
             const uint8_t *r0 = rowAt(src, y - 1, w), *r1 = r0 + w, *r2 = r1 + w, *r3 = r2 + w;
             const Store blueRow = out.at(ptrdiff_t{y} * w), redRow = blueRow.at(w);
-            for (int32_t x = 1; x < colEnd; x += 2) {
+            int32_t x = 1;
+            if (vectorPairs != nullptr) x = vectorPairs(r0, w, colEnd, blueRow, redRow);
+            for (; x < colEnd; x += 2) {
                 blueRowPair(r0, r1, r2, x, blueRow);
                 redRowPair(r1, r2, r3, x, redRow);
             }
@@ -211,7 +215,9 @@ void greenFirstRows(const uint8_t *src, const Store &out, int32_t w) {
     out.put(0, r1[0], r0[0], r0[1]);                                            // green: red below, blue east
     o1.put(0, r1[0], (r0[0] + r2[0] + 2 * r1[1]) >> 2, (r0[1] + r2[1]) >> 1); // red: no west
     const int32_t k = tailStart(w);
-    for (int32_t x = 1; x < k; x += 2) {
+    int32_t x = 1;
+    if (const auto vectorRows = simd::kernels<Store>().bilinearGreenFirstRows) x = vectorRows(r0, w, k, out, o1);
+    for (; x < k; x += 2) {
         out.put(x, (r1[x - 1] + r1[x + 1]) >> 1, (r0[x - 1] + r0[x + 1] + 2 * r1[x]) >> 2, r0[x]); // blue
         out.put(x + 1, r1[x + 1], r0[x + 1], (r0[x] + r0[x + 2]) >> 1);                        // green
         redRowPair(r0, r1, r2, x, o1);

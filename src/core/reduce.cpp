@@ -1,8 +1,10 @@
 // Input classification and reduction of deep or packed samples to one byte a sample.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "core/wrap32.h"
+#include "simd/dispatch.h"
 #include "velqora.h"
 
 namespace {
@@ -44,14 +46,19 @@ int32_t demosaicDataInit(const ImageFrame *in, ProcessingHandle * /*handle*/, in
 // One run of height * width samples; bits above the kept byte are dropped (wrapped, not clamped).
 void u16Tou8_old(const uint16_t *src, int32_t height, int32_t width, int32_t shift, uint8_t *dst) {
     const int32_t n = vq::mul32(height, width);
-    for (int32_t i = 0; i < n; ++i) dst[i] = static_cast<uint8_t>(src[i] >> shift);
+    ptrdiff_t i = 0;
+    if (const auto vector = vq::simd::table().u16ToU8; vector != nullptr && n > 0) i = vector(src, n, shift, dst);
+    for (; i < n; ++i) dst[i] = static_cast<uint8_t>(src[i] >> shift);
 }
 
 // Row by row; the source advances by strideBytes >> 1 samples, so an odd stride loses its last byte.
 void u16Tou8(const uint16_t *src, int32_t height, int32_t width, int32_t strideBytes, int32_t shift, uint8_t *dst) {
     const ptrdiff_t srcStep = strideBytes >> 1;
+    const auto vector = vq::simd::table().u16ToU8;
     for (int32_t y = 0; y < height; ++y) {
-        for (int32_t x = 0; x < width; ++x) dst[x] = static_cast<uint8_t>(src[x] >> shift);
+        ptrdiff_t x = 0;
+        if (vector != nullptr && width > 0) x = vector(src, width, shift, dst);
+        for (; x < width; ++x) dst[x] = static_cast<uint8_t>(src[x] >> shift);
         src += srcStep;
         dst += width;
     }
@@ -63,7 +70,9 @@ void unpacked_old(const uint8_t *src, int32_t height, int32_t width, uint8_t *ds
     const int32_t n = vq::mul32(height, width);
     if (n < 1) return;
     const ptrdiff_t groups = ((n - 1) >> 1) + 1;
-    for (ptrdiff_t g = 0; g < groups; ++g) {
+    ptrdiff_t g = 0;
+    if (const auto vector = vq::simd::table().unpackPairs) g = vector(src, groups, 3 * ptrdiff_t{n >> 1}, dst);
+    for (; g < groups; ++g) {
         dst[2 * g] = src[3 * g];
         dst[2 * g + 1] = src[3 * g + 2];
     }
@@ -73,8 +82,11 @@ void unpacked_old(const uint8_t *src, int32_t height, int32_t width, uint8_t *ds
 // past a row is overwritten by the next row, and the last row writes one byte past the frame.
 void unpacked(const uint8_t *src, int32_t height, int32_t width, int32_t strideBytes, uint8_t *dst) {
     const ptrdiff_t groups = ((width - 1) >> 1) + 1;
+    const auto vector = vq::simd::table().unpackPairs;
     for (int32_t y = 0; y < height; ++y) {
-        for (ptrdiff_t g = 0; g < groups; ++g) {
+        ptrdiff_t g = 0;
+        if (vector != nullptr && width > 0) g = vector(src, groups, 3 * ptrdiff_t{width >> 1}, dst);
+        for (; g < groups; ++g) {
             dst[2 * g] = src[3 * g];
             dst[2 * g + 1] = src[3 * g + 2];
         }
@@ -87,7 +99,11 @@ void unpacked(const uint8_t *src, int32_t height, int32_t width, int32_t strideB
 // towards the start of the buffer without overwriting bytes not yet read.
 void u8Tou8(const uint8_t *src, int32_t height, int32_t width, int32_t strideBytes, uint8_t *dst) {
     for (int32_t y = 0; y < height; ++y) {
-        for (int32_t x = 0; x < width; ++x) dst[x] = src[x];
+        // A forward byte copy equals a block move unless the destination starts inside the source row
+        // past its first byte, where the forward copy repeats bytes it has already written.
+        if (width > 0 && (dst <= src || dst >= src + width)) std::memmove(dst, src, static_cast<size_t>(width));
+        else
+            for (int32_t x = 0; x < width; ++x) dst[x] = src[x];
         src += strideBytes;
         dst += width;
     }

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "core/pixel_store.h"
+#include "simd/dispatch.h"
 #include "velqora.h"
 
 namespace {
@@ -23,6 +24,7 @@ template <class Store>
 void rRow(const uint8_t *own, const uint8_t *bRow, uint8_t green0, int32_t w, const Store &out) {
     out.put(0, own[0], green0, bRow[1]);
     int32_t x = 1;
+    if (const auto vectorRow = vq::simd::kernels<Store>().nearestRRow) x = vectorRow(own, bRow, w, out);
     for (; x + 1 < w; x += 2) {
         out.put(x, own[x - 1], own[x], bRow[x]);     // G site
         out.put(x + 1, own[x + 1], own[x], bRow[x]); // R site: green from the left
@@ -35,6 +37,7 @@ template <class Store>
 void bRow(const uint8_t *own, const uint8_t *rRowAbove, int32_t w, const Store &out) {
     out.put(0, rRowAbove[0], own[0], own[1]);
     int32_t x = 1;
+    if (const auto vectorRow = vq::simd::kernels<Store>().nearestBRow) x = vectorRow(own, rRowAbove, w, out);
     for (; x + 1 < w; x += 2) {
         out.put(x, rRowAbove[x - 1], own[x - 1], own[x]);     // B site: green from the left
         out.put(x + 1, rRowAbove[x + 1], own[x + 1], own[x]); // G site

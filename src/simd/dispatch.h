@@ -1,0 +1,91 @@
+// Run-time choice of the vector interiors.
+//
+// The scalar kernels are the reference and cover every pixel on their own. Where a vector version of a
+// hot interior exists for the machine's instruction set, the scalar kernel calls it through this table
+// and finishes from where it stopped, so every border rule stays in the scalar code. The best level is
+// detected once per process (thread-safe); tests and benchmarks may force a lower one through
+// forceLevel, which is internal to the build: it is not in the public header, and the library reads no
+// environment variable.
+//
+// A null entry means "no vector version": the scalar loop does the whole row.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "core/pixel_store.h"
+
+namespace vq::simd {
+
+enum class Level : int { Scalar = 0, Avx2 = 1, Avx512 = 2, Neon = 3 };
+constexpr int kLevels = 4;
+
+// Interiors that write through a pixel store. Every function writes whole pixels from column `from`
+// onwards and returns the first column it did not write; the scalar loop goes on from there.
+template <class Store>
+struct StoreKernels {
+    // Bilinear body: the blue row of `blueRow` and the red row of `redRow`, from the rows r0 .. r0 + 3w
+    // (above, blue, red, below), pixel pairs from column 1 while the pair ends before `colEnd`.
+    int32_t (*bilinearRowPair)(const uint8_t *r0, ptrdiff_t w, int32_t colEnd, const Store &blueRow,
+                               const Store &redRow) = nullptr;
+    // Bilinear, green-first frames: rows 0 (a blue row with no row above) and 1 (a red row between rows 0
+    // and 2), pixel pairs from column 1 while the pair ends before `colEnd`.
+    int32_t (*bilinearGreenFirstRows)(const uint8_t *r0, ptrdiff_t w, int32_t colEnd, const Store &row0,
+                                      const Store &row1) = nullptr;
+    // Nearest: an R-row (`own`, blue from `other`) or a B-row (`own`, red from `other`) from column 1
+    // while whole pixel pairs fit before `w`.
+    int32_t (*nearestRRow)(const uint8_t *own, const uint8_t *other, int32_t w, const Store &out) = nullptr;
+    int32_t (*nearestBRow)(const uint8_t *own, const uint8_t *other, int32_t w, const Store &out) = nullptr;
+};
+
+struct Table {
+    StoreKernels<Bgr8Store> bgr;
+    StoreKernels<Bgra8Store> bgra;
+    StoreKernels<Bgra8KeepAlphaStore> bgraKeep;
+    StoreKernels<PlanarStore> planar;
+    StoreKernels<LumaStore> luma;
+
+    // dst[i] = low byte of src[i] >> shift for i < n; returns how many it did (a multiple of its width).
+    ptrdiff_t (*u16ToU8)(const uint16_t *src, ptrdiff_t n, int32_t shift, uint8_t *dst) = nullptr;
+    // Two samples in three bytes: dst[2g] = src[3g], dst[2g + 1] = src[3g + 2] for g < groups, reading
+    // no byte at or past src + srcBytes; returns the groups it did.
+    ptrdiff_t (*unpackPairs)(const uint8_t *src, ptrdiff_t groups, ptrdiff_t srcBytes, uint8_t *dst) = nullptr;
+    // 3-byte pixels to 4-byte pixels with a zero fourth byte; returns the pixels it did.
+    ptrdiff_t (*bgrToBgra)(const uint8_t *src, ptrdiff_t pixels, uint8_t *dst) = nullptr;
+};
+
+// The table of the active level.
+const Table &table();
+
+template <class Store>
+const StoreKernels<Store> &kernels();
+template <> inline const StoreKernels<Bgr8Store> &kernels<Bgr8Store>() { return table().bgr; }
+template <> inline const StoreKernels<Bgra8Store> &kernels<Bgra8Store>() { return table().bgra; }
+template <> inline const StoreKernels<Bgra8KeepAlphaStore> &kernels<Bgra8KeepAlphaStore>() { return table().bgraKeep; }
+template <> inline const StoreKernels<PlanarStore> &kernels<PlanarStore>() { return table().planar; }
+template <> inline const StoreKernels<LumaStore> &kernels<LumaStore>() { return table().luma; }
+
+// The best level this machine and this build support.
+Level bestLevel();
+// Whether this machine and build can run `level` (Scalar always).
+bool supported(Level level);
+// Makes `level` the active one for the whole process; false (and nothing changes) when unsupported.
+// For tests and benchmarks only; not safe while conversions run on other threads.
+bool forceLevel(Level level);
+Level activeLevel();
+const char *levelName(Level level);
+// "scalar", "avx2", "avx512" or "neon" to a level; false for any other name.
+bool levelFromName(const char *name, Level *level);
+
+// Each instruction-set unit (src/simd/<family>_<isa>.cpp, compiled with that set's flags) fills the
+// entries of its kernel family.
+#define VQ_SIMD_DECLARE_INSTALLERS(isa)                                                                    \
+    namespace isa {                                                                                        \
+    void installKernels8(Table &t);                                                                        \
+    }
+VQ_SIMD_DECLARE_INSTALLERS(avx2)
+VQ_SIMD_DECLARE_INSTALLERS(avx512)
+VQ_SIMD_DECLARE_INSTALLERS(neon)
+#undef VQ_SIMD_DECLARE_INSTALLERS
+
+} // namespace vq::simd

@@ -1,0 +1,203 @@
+// The vector interiors of the 8-bit nearest-neighbour and bilinear kernels, of the depth reduction and of
+// bgrToBgra, written once over an operations layer `O` (ops_x86.h, ops_neon.h). Included by one unit per
+// instruction set, which compiles it with that set's flags; nothing here is shared between units.
+//
+// A step covers O::N pixels of a row, starting at an odd column x, so that even lanes are the pixels at
+// odd columns and odd lanes those at even columns; the site types of a row alternate the same way, and a
+// value is picked per lane with oddFrom(valueForEvenLanes, valueForOddLanes). Each step computes exactly
+// what the scalar code computes for its pixel pairs, truncating shifts and all.
+//
+// Only the stores' fields are read here (never their member functions), so that no code compiled with
+// this unit's flags can stand in for the scalar code's.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "core/pixel_store.h"
+#include "simd/dispatch.h"
+
+namespace {
+
+// ---- Vector pixel stores: where N finished red, green and blue lanes go --------------------------------
+
+template <class O, class Store>
+struct VecStore;
+
+template <class O, int Bytes, bool ZeroAlpha>
+struct VecStore<O, vq::InterleavedStore<Bytes, ZeroAlpha>> {
+    using W = typename O::W;
+    static void put(const vq::InterleavedStore<Bytes, ZeroAlpha> &s, ptrdiff_t i, W r, W g, W b) {
+        uint8_t *p = s.base + i * Bytes;
+        const bool redFirst = s.redAt == 0;
+        const W first = redFirst ? r : b, last = redFirst ? b : r;
+        if constexpr (Bytes == 3) O::store3(p, first, g, last);
+        else if constexpr (ZeroAlpha) O::store4(p, first, g, last);
+        else O::store4Keep(p, first, g, last);
+    }
+};
+
+template <class O>
+struct VecStore<O, vq::PlanarStore> {
+    using W = typename O::W;
+    static void put(const vq::PlanarStore &s, ptrdiff_t i, W r, W g, W b) {
+        O::store8(s.red + i, r);
+        O::store8(s.green + i, g);
+        O::store8(s.blue + i, b);
+    }
+};
+
+// (wR*R + wG*G + wB*B + 128) >> 8, low 8 bits kept: those bits depend only on the low 16 bits of the sum,
+// so 16-bit lanes that wrap give them exactly, whatever the weights.
+template <class O>
+struct VecStore<O, vq::LumaStore> {
+    using W = typename O::W;
+    static void put(const vq::LumaStore &s, ptrdiff_t i, W r, W g, W b) {
+        const W sum = O::add(O::add(O::mullo(O::set1(s.wR), r), O::mullo(O::set1(s.wG), g)),
+                             O::add(O::mullo(O::set1(s.wB), b), O::set1(128)));
+        O::store8(s.base + i, O::and_(O::template srl<8>(sum), O::set1(0xFF)));
+    }
+};
+
+// ---- Nearest-neighbour -----------------------------------------------------------------------------------
+
+// R-row pairs: the G site x takes red from x-1, the R site x+1 takes green and blue from column x.
+template <class O, class Store>
+int32_t nearestRRow(const uint8_t *own, const uint8_t *other, int32_t w, const Store &out) {
+    int32_t x = 1;
+    for (; x + O::N <= w; x += O::N) {
+        const auto ownLeft = O::load8(own + x - 1), ownHere = O::load8(own + x);
+        const auto otherLeft = O::load8(other + x - 1), otherHere = O::load8(other + x);
+        VecStore<O, Store>::put(out, x, O::oddFrom(ownLeft, ownHere), O::oddFrom(ownHere, ownLeft),
+                                O::oddFrom(otherHere, otherLeft));
+    }
+    return x;
+}
+
+// B-row pairs: the B site x takes red and green from x-1, the G site x+1 takes blue from column x.
+template <class O, class Store>
+int32_t nearestBRow(const uint8_t *own, const uint8_t *other, int32_t w, const Store &out) {
+    int32_t x = 1;
+    for (; x + O::N <= w; x += O::N) {
+        const auto ownLeft = O::load8(own + x - 1), ownHere = O::load8(own + x);
+        const auto otherLeft = O::load8(other + x - 1), otherHere = O::load8(other + x);
+        VecStore<O, Store>::put(out, x, O::oddFrom(otherLeft, otherHere), O::oddFrom(ownLeft, ownHere),
+                                O::oddFrom(ownHere, ownLeft));
+    }
+    return x;
+}
+
+// ---- Bilinear --------------------------------------------------------------------------------------------
+
+// Sums around column x of a row c between rows n and s, one lane per pixel.
+template <class O>
+struct Around {
+    typename O::W diagonal; // n[x-1] + n[x+1] + s[x-1] + s[x+1]
+    typename O::W vertical; // n[x] + s[x]
+    typename O::W across;   // c[x-1] + c[x+1]
+    typename O::W centre;   // c[x]
+
+    Around(const uint8_t *n, const uint8_t *c, const uint8_t *s, ptrdiff_t x)
+        : diagonal(O::add(O::add(O::load8(n + x - 1), O::load8(n + x + 1)),
+                          O::add(O::load8(s + x - 1), O::load8(s + x + 1)))),
+          vertical(O::add(O::load8(n + x), O::load8(s + x))),
+          across(O::add(O::load8(c + x - 1), O::load8(c + x + 1))), centre(O::load8(c + x)) {}
+    typename O::W cross() const { return O::template srl<2>(O::add(vertical, across)); }
+};
+
+// Blue row: blue sites at odd columns (even lanes), green sites at even columns.
+template <class O, class Store>
+void blueRowStep(const uint8_t *n, const uint8_t *c, const uint8_t *s, ptrdiff_t x, const Store &o) {
+    const Around<O> a(n, c, s, x);
+    VecStore<O, Store>::put(o, x, O::oddFrom(O::template srl<2>(a.diagonal), O::template srl<1>(a.vertical)),
+                            O::oddFrom(a.cross(), a.centre), O::oddFrom(a.centre, O::template srl<1>(a.across)));
+}
+
+// Red row: green sites at odd columns (even lanes), red sites at even columns.
+template <class O, class Store>
+void redRowStep(const uint8_t *n, const uint8_t *c, const uint8_t *s, ptrdiff_t x, const Store &o) {
+    const Around<O> a(n, c, s, x);
+    VecStore<O, Store>::put(o, x, O::oddFrom(O::template srl<1>(a.across), a.centre), O::oddFrom(a.centre, a.cross()),
+                            O::oddFrom(O::template srl<1>(a.vertical), O::template srl<2>(a.diagonal)));
+}
+
+template <class O, class Store>
+int32_t bilinearRowPair(const uint8_t *r0, ptrdiff_t w, int32_t colEnd, const Store &blueRow, const Store &redRow) {
+    const uint8_t *r1 = r0 + w, *r2 = r1 + w, *r3 = r2 + w;
+    int32_t x = 1;
+    for (; x + O::N <= colEnd; x += O::N) {
+        blueRowStep<O>(r0, r1, r2, x, blueRow);
+        redRowStep<O>(r1, r2, r3, x, redRow);
+    }
+    return x;
+}
+
+// Row 0 of a green-first frame (blue sites at odd columns, nothing above: green counts the sample below
+// twice) and row 1 (a red row by the interior rule).
+template <class O, class Store>
+int32_t bilinearGreenFirstRows(const uint8_t *r0, ptrdiff_t w, int32_t colEnd, const Store &row0, const Store &row1) {
+    const uint8_t *r1 = r0 + w, *r2 = r1 + w;
+    int32_t x = 1;
+    for (; x + O::N <= colEnd; x += O::N) {
+        const auto below = O::load8(r1 + x);
+        const auto belowAcross = O::add(O::load8(r1 + x - 1), O::load8(r1 + x + 1));
+        const auto across = O::add(O::load8(r0 + x - 1), O::load8(r0 + x + 1));
+        const auto centre = O::load8(r0 + x);
+        VecStore<O, Store>::put(row0, x, O::oddFrom(O::template srl<1>(belowAcross), below),
+                                O::oddFrom(O::template srl<2>(O::add(across, O::template sll<1>(below))), centre),
+                                O::oddFrom(centre, O::template srl<1>(across)));
+        redRowStep<O>(r0, r1, r2, x, row1);
+    }
+    return x;
+}
+
+// ---- Depth reduction and widening ------------------------------------------------------------------------
+
+template <class O>
+ptrdiff_t u16ToU8(const uint16_t *src, ptrdiff_t n, int32_t shift, uint8_t *dst) {
+    ptrdiff_t i = 0;
+    const auto low = O::set1(0xFF);
+    for (; i + O::N <= n; i += O::N) O::store8(dst + i, O::and_(O::srlBy(O::load16(src + i), shift), low));
+    return i;
+}
+
+template <class O>
+ptrdiff_t unpackPairs(const uint8_t *src, ptrdiff_t groups, ptrdiff_t srcBytes, uint8_t *dst) {
+    ptrdiff_t g = 0;
+    for (; g + O::kPairGroups <= groups && 3 * g + O::kPairReadBytes <= srcBytes; g += O::kPairGroups)
+        O::unpackPairs(src + 3 * g, dst + 2 * g);
+    return g;
+}
+
+template <class O>
+ptrdiff_t bgrToBgra(const uint8_t *src, ptrdiff_t pixels, uint8_t *dst) {
+    ptrdiff_t i = 0;
+    for (; i + O::kExpandPixels <= pixels && 3 * i + O::kExpandReadBytes <= 3 * pixels; i += O::kExpandPixels)
+        O::expand3to4(src + 3 * i, dst + 4 * i);
+    return i;
+}
+
+// ---- The table entries -----------------------------------------------------------------------------------
+
+template <class O, class Store>
+void installStore(vq::simd::StoreKernels<Store> &k) {
+    k.bilinearRowPair = bilinearRowPair<O, Store>;
+    k.bilinearGreenFirstRows = bilinearGreenFirstRows<O, Store>;
+    k.nearestRRow = nearestRRow<O, Store>;
+    k.nearestBRow = nearestBRow<O, Store>;
+}
+
+template <class O>
+void installKernels8(vq::simd::Table &t) {
+    installStore<O>(t.bgr);
+    installStore<O>(t.bgra);
+    installStore<O>(t.bgraKeep);
+    installStore<O>(t.planar);
+    installStore<O>(t.luma);
+    t.u16ToU8 = u16ToU8<O>;
+    t.unpackPairs = unpackPairs<O>;
+    t.bgrToBgra = bgrToBgra<O>;
+}
+
+} // namespace

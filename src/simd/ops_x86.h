@@ -1,0 +1,181 @@
+// The vector operations layer on x86-64: one struct per instruction set, the same names in each, so that
+// a kernel written once over `O` compiles for either. Include only from a unit compiled with the set's
+// flags (-mavx2, or -mavx512f -mavx512bw -mavx512vl); everything here is local to that unit.
+//
+// W holds N unsigned 16-bit lanes, one pixel each. Samples are widened to 16 bits on load, the
+// arithmetic runs on the lanes, and the stores narrow them again: a value that goes to an 8-bit output
+// must already lie in 0..255.
+#pragma once
+
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace {
+
+#if defined(__AVX2__)
+struct Avx2Ops {
+    static constexpr int N = 16;
+    using W = __m256i;
+
+    static W load8(const uint8_t *p) { return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p))); }
+    static W load16(const uint16_t *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); }
+    static W set1(uint32_t v) { return _mm256_set1_epi16(static_cast<short>(v)); }
+    static W add(W a, W b) { return _mm256_add_epi16(a, b); }
+    static W sub(W a, W b) { return _mm256_sub_epi16(a, b); }
+    static W mullo(W a, W b) { return _mm256_mullo_epi16(a, b); }
+    static W and_(W a, W b) { return _mm256_and_si256(a, b); }
+    template <int K> static W srl(W a) { return _mm256_srli_epi16(a, K); }
+    template <int K> static W sll(W a) { return _mm256_slli_epi16(a, K); }
+    static W srlBy(W a, int k) { return _mm256_srl_epi16(a, _mm_cvtsi32_si128(k)); }
+    // Even lanes from `even`, odd lanes from `odd`.
+    static W oddFrom(W even, W odd) { return _mm256_blend_epi16(even, odd, 0xAA); }
+
+    // N bytes, the low byte of each lane (lanes must hold 0..255).
+    static void store8(uint8_t *p, W v) {
+        const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi16(v, v), 0x08);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(packed));
+    }
+
+    // The pixels as 32-bit words c0 | c1 << 8 | c2 << 16, pixels 0-7 and 8-15.
+    static void words(W c0, W c1, W c2, __m256i &lo, __m256i &hi) {
+        const __m256i low = _mm256_or_si256(c0, _mm256_slli_epi16(c1, 8));
+        const __m256i a = _mm256_unpacklo_epi16(low, c2), b = _mm256_unpackhi_epi16(low, c2);
+        lo = _mm256_permute2x128_si256(a, b, 0x20);
+        hi = _mm256_permute2x128_si256(a, b, 0x31);
+    }
+    // 8 words to 24 bytes.
+    static void store24(uint8_t *p, __m256i words8) {
+        const __m256i shuffle = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1,
+                                                 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+        const __m256i packed = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(words8, shuffle),
+                                                           _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(packed));
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(p + 16), _mm256_extracti128_si256(packed, 1));
+    }
+    // 3 bytes a pixel: c0, c1, c2.
+    static void store3(uint8_t *p, W c0, W c1, W c2) {
+        __m256i lo, hi;
+        words(c0, c1, c2, lo, hi);
+        store24(p, lo);
+        store24(p + 24, hi);
+    }
+    // 4 bytes a pixel: c0, c1, c2, 0.
+    static void store4(uint8_t *p, W c0, W c1, W c2) {
+        __m256i lo, hi;
+        words(c0, c1, c2, lo, hi);
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), lo);
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(p + 32), hi);
+    }
+    // 4 bytes a pixel: c0, c1, c2, and the fourth byte as it was.
+    static void store4Keep(uint8_t *p, W c0, W c1, W c2) {
+        __m256i lo, hi;
+        words(c0, c1, c2, lo, hi);
+        const __m256i fourth = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
+        __m256i *q = reinterpret_cast<__m256i *>(p);
+        _mm256_storeu_si256(q, _mm256_blendv_epi8(lo, _mm256_loadu_si256(q), fourth));
+        _mm256_storeu_si256(q + 1, _mm256_blendv_epi8(hi, _mm256_loadu_si256(q + 1), fourth));
+    }
+
+    // Packed pairs: 8 groups (24 bytes) to 16 samples; reads 32 bytes.
+    static constexpr int kPairGroups = 8, kPairReadBytes = 32;
+    static void unpackPairs(const uint8_t *src, uint8_t *dst) {
+        const __m256i in = _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(src)),
+                                                       _mm256_setr_epi32(0, 1, 2, 0, 3, 4, 5, 0));
+        const __m256i pick = _mm256_setr_epi8(0, 2, 3, 5, 6, 8, 9, 11, -1, -1, -1, -1, -1, -1, -1, -1,
+                                              0, 2, 3, 5, 6, 8, 9, 11, -1, -1, -1, -1, -1, -1, -1, -1);
+        const __m256i out = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(in, pick), 0x08);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dst), _mm256_castsi256_si128(out));
+    }
+    // 3-byte pixels to 4-byte pixels: 8 pixels (24 bytes) to 32 bytes; reads 32 bytes.
+    static constexpr int kExpandPixels = 8, kExpandReadBytes = 32;
+    static void expand3to4(const uint8_t *src, uint8_t *dst) {
+        const __m256i in = _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(src)),
+                                                       _mm256_setr_epi32(0, 1, 2, 0, 3, 4, 5, 0));
+        const __m256i spread = _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1,
+                                                0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst), _mm256_shuffle_epi8(in, spread));
+    }
+};
+#endif
+
+#if defined(__AVX512F__) && defined(__AVX512BW__) && defined(__AVX512VL__)
+struct Avx512Ops {
+    static constexpr int N = 32;
+    using W = __m512i;
+
+    static W load8(const uint8_t *p) { return _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(p))); }
+    static W load16(const uint16_t *p) { return _mm512_loadu_si512(p); }
+    static W set1(uint32_t v) { return _mm512_set1_epi16(static_cast<short>(v)); }
+    static W add(W a, W b) { return _mm512_add_epi16(a, b); }
+    static W sub(W a, W b) { return _mm512_sub_epi16(a, b); }
+    static W mullo(W a, W b) { return _mm512_mullo_epi16(a, b); }
+    static W and_(W a, W b) { return _mm512_and_si512(a, b); }
+    template <int K> static W srl(W a) { return _mm512_srli_epi16(a, K); }
+    template <int K> static W sll(W a) { return _mm512_slli_epi16(a, K); }
+    static W srlBy(W a, int k) { return _mm512_srl_epi16(a, _mm_cvtsi32_si128(k)); }
+    static W oddFrom(W even, W odd) { return _mm512_mask_blend_epi16(0xAAAAAAAAu, even, odd); }
+
+    // N bytes, the low byte of each lane.
+    static void store8(uint8_t *p, W v) {
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), _mm512_cvtepi16_epi8(v));
+    }
+
+    // The pixels as 32-bit words c0 | c1 << 8 | c2 << 16, pixels 0-15 and 16-31.
+    static void words(W c0, W c1, W c2, __m512i &lo, __m512i &hi) {
+        const __m512i low = _mm512_or_si512(c0, _mm512_slli_epi16(c1, 8));
+        const __m512i a = _mm512_unpacklo_epi16(low, c2), b = _mm512_unpackhi_epi16(low, c2);
+        lo = _mm512_permutex2var_epi64(a, _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11), b);
+        hi = _mm512_permutex2var_epi64(a, _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15), b);
+    }
+    static void store3(uint8_t *p, W c0, W c1, W c2) {
+        __m512i lo, hi;
+        words(c0, c1, c2, lo, hi);
+        const __m512i shuffle = _mm512_broadcast_i32x4(
+            _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
+        lo = _mm512_shuffle_epi8(lo, shuffle); // 12 bytes at the start of every 16
+        hi = _mm512_shuffle_epi8(hi, shuffle);
+        // 96 bytes: the 12 useful words of `lo`, then those of `hi`.
+        const __m512i first = _mm512_permutex2var_epi32(
+            lo, _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20), hi);
+        const __m512i second = _mm512_permutexvar_epi32(
+            _mm512_setr_epi32(5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0, 0, 0, 0, 0), hi);
+        _mm512_storeu_si512(p, first);
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(p + 64), _mm512_castsi512_si256(second));
+    }
+    static void store4(uint8_t *p, W c0, W c1, W c2) {
+        __m512i lo, hi;
+        words(c0, c1, c2, lo, hi);
+        _mm512_storeu_si512(p, lo);
+        _mm512_storeu_si512(p + 64, hi);
+    }
+    static void store4Keep(uint8_t *p, W c0, W c1, W c2) {
+        __m512i lo, hi;
+        words(c0, c1, c2, lo, hi);
+        constexpr __mmask64 kFirstThree = 0x7777777777777777ull;
+        _mm512_mask_storeu_epi8(p, kFirstThree, lo);
+        _mm512_mask_storeu_epi8(p + 64, kFirstThree, hi);
+    }
+
+    // Packed pairs: 16 groups (48 bytes) to 32 samples; reads 64 bytes.
+    static constexpr int kPairGroups = 16, kPairReadBytes = 64;
+    static void unpackPairs(const uint8_t *src, uint8_t *dst) {
+        const __m512i in = _mm512_permutexvar_epi32(_mm512_setr_epi32(0, 1, 2, 0, 3, 4, 5, 0, 6, 7, 8, 0, 9, 10, 11, 0),
+                                                    _mm512_loadu_si512(src));
+        const __m512i pick = _mm512_broadcast_i32x4(_mm_setr_epi8(0, 2, 3, 5, 6, 8, 9, 11, -1, -1, -1, -1, -1, -1, -1, -1));
+        const __m512i out = _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 0, 0, 0, 0), _mm512_shuffle_epi8(in, pick));
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst), _mm512_castsi512_si256(out));
+    }
+    // 16 pixels (48 bytes) to 64 bytes; reads 64 bytes.
+    static constexpr int kExpandPixels = 16, kExpandReadBytes = 64;
+    static void expand3to4(const uint8_t *src, uint8_t *dst) {
+        const __m512i in = _mm512_permutexvar_epi32(_mm512_setr_epi32(0, 1, 2, 0, 3, 4, 5, 0, 6, 7, 8, 0, 9, 10, 11, 0),
+                                                    _mm512_loadu_si512(src));
+        const __m512i spread = _mm512_broadcast_i32x4(_mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
+        _mm512_storeu_si512(dst, _mm512_shuffle_epi8(in, spread));
+    }
+};
+#endif
+
+} // namespace

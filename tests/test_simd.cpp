@@ -1,0 +1,232 @@
+// Bit-exactness of the vector interiors: every conversion at the level under test (the program's
+// --vq-level) against the scalar reference, byte for byte, on random and adversarial frames of every
+// width from 4 to a few vector widths, with guard bytes around every output and input that ends at an
+// unreadable page. A failure names the seed, the level, the case and the first differing byte.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "model/frame.h"
+#include "simd/dispatch.h"
+
+namespace {
+
+using vq::simd::Level;
+using namespace vqt;
+
+constexpr size_t kGuard = 64;
+constexpr uint8_t kGuardByte = 0xC3;
+constexpr uint32_t kSeed = 20261122;
+
+// Bytes whose end touches a page that cannot be read or written: any access past the end faults.
+class PageEnd {
+public:
+    explicit PageEnd(size_t bytes) : page_(size_t(sysconf(_SC_PAGESIZE))) {
+        const size_t body = (bytes + page_ - 1) / page_ * page_;
+        length_ = body + page_;
+        base_ = static_cast<uint8_t *>(mmap(nullptr, length_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        if (base_ == MAP_FAILED) throw std::runtime_error("mmap");
+        mprotect(base_ + body, page_, PROT_NONE);
+        data_ = base_ + body - bytes;
+    }
+    ~PageEnd() { munmap(base_, length_); }
+    PageEnd(const PageEnd &) = delete;
+    PageEnd &operator=(const PageEnd &) = delete;
+    uint8_t *data() { return data_; }
+
+private:
+    size_t page_, length_ = 0;
+    uint8_t *base_ = nullptr, *data_ = nullptr;
+};
+
+// An output buffer with guard bytes on both sides.
+struct Guarded {
+    std::vector<uint8_t> bytes;
+    explicit Guarded(size_t n, uint8_t fill = 0x5A) : bytes(n + 2 * kGuard, kGuardByte) {
+        std::memset(bytes.data() + kGuard, fill, n);
+    }
+    uint8_t *data() { return bytes.data() + kGuard; }
+    bool guardsIntact() const {
+        for (size_t i = 0; i < kGuard; ++i)
+            if (bytes[i] != kGuardByte || bytes[bytes.size() - 1 - i] != kGuardByte) return false;
+        return true;
+    }
+};
+
+// Runs `produce` at the scalar level and at the level under test and compares what it returned.
+class LevelCheck : public ::testing::Test {
+protected:
+    void SetUp() override {
+        level_ = vq::simd::activeLevel();
+        if (level_ == Level::Scalar) GTEST_SKIP() << "the scalar level is the reference";
+    }
+    void TearDown() override { vq::simd::forceLevel(level_); }
+
+    // True when equal; otherwise reports the first difference and returns false.
+    bool same(const std::string &what, const std::function<std::vector<uint8_t>()> &produce) {
+        vq::simd::forceLevel(Level::Scalar);
+        const std::vector<uint8_t> want = produce();
+        vq::simd::forceLevel(level_);
+        const std::vector<uint8_t> got = produce();
+        if (want == got) return true;
+        size_t i = 0;
+        while (i < want.size() && i < got.size() && want[i] == got[i]) ++i;
+        ADD_FAILURE() << "seed " << kSeed << ", level " << vq::simd::levelName(level_) << ", " << what
+                      << ": first difference at byte " << i << " of " << want.size() << " (scalar "
+                      << (i < want.size() ? int(want[i]) : -1) << ", vector " << (i < got.size() ? int(got[i]) : -1)
+                      << ")";
+        return false;
+    }
+    Level level_ = Level::Scalar;
+};
+
+enum class Pattern { Random, Zero, Full, Ramp, Columns, Rows, Checker, Binary, Count };
+
+void fill(uint8_t *p, int h, int w, Pattern pat, std::mt19937 &rng) {
+    std::uniform_int_distribution<int> any(0, 255);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            uint8_t v = 0;
+            switch (pat) {
+            case Pattern::Random: v = uint8_t(any(rng)); break;
+            case Pattern::Zero: v = 0; break;
+            case Pattern::Full: v = 255; break;
+            case Pattern::Ramp: v = uint8_t(7 * x + 13 * y); break;
+            case Pattern::Columns: v = (x / 2) % 2 ? 255 : 0; break;
+            case Pattern::Rows: v = (y / 2) % 2 ? 255 : 0; break;
+            case Pattern::Checker: v = (x + y) % 2 ? 255 : 0; break;
+            default: v = any(rng) & 1 ? 255 : 0; break;
+            }
+            p[size_t(y) * size_t(w) + size_t(x)] = v;
+        }
+}
+
+// One conversion of an 8-bit frame whose last byte ends at an unreadable page; output with guards.
+std::vector<uint8_t> convert8(const std::vector<uint8_t> &mosaic, int h, int w, uint32_t code, uint64_t config,
+                              uint32_t method) {
+    PageEnd in(mosaic.size());
+    std::memcpy(in.data(), mosaic.data(), mosaic.size());
+    const size_t n = outputBytes(config, h, w);
+    Guarded out(n);
+    ProcessingHandle *handle = nullptr;
+    vqpCreate(&handle);
+    vqpDemosaicSetConfig(handle, &config);
+    ImageFrame fi{h, w, code, in.data(), w}, fo{0, 0, 0, out.data(), 0};
+    const int32_t rc = vqpDemosaicing(handle, &fi, method, &fo);
+    vqpRelease(&handle);
+    std::vector<uint8_t> result(out.bytes); // guards included: any write outside shows as a difference
+    if (rc != VQP_OK || !out.guardsIntact()) result.push_back(uint8_t(rc)), result.push_back(0xEE);
+    return result;
+}
+
+TEST_F(LevelCheck, EveryMethodLayoutAndPhaseAtEveryWidth) {
+    std::mt19937 rng(kSeed);
+    std::vector<std::pair<int, int>> sizes;
+    for (int w = 4; w <= 104; ++w)
+        for (int h : {4, 5, 6, 7, 8, 9, 12}) sizes.push_back({h, w});
+    for (int h = 10; h <= 21; ++h) sizes.push_back({h, 37 + h});
+    sizes.insert(sizes.end(), {{200, 333}, {37, 1000}, {513, 67}});
+    int k = 0;
+    for (const auto &[h, w] : sizes) {
+        std::vector<uint8_t> mosaic(size_t(h) * size_t(w));
+        fill(mosaic.data(), h, w, Pattern(k++ % int(Pattern::Count)), rng);
+        for (Phase p : kPhases)
+            for (uint64_t config : kOutputFormats)
+                for (uint32_t method : {VQP_METHOD_NEAREST, VQP_METHOD_BILINEAR, VQP_METHOD_EDGE}) {
+                    const std::string what = std::string(phaseName(p)) + " " + std::to_string(h) + "x" +
+                                             std::to_string(w) + " method " + std::to_string(method) +
+                                             " format " + std::to_string(config) + " pattern " +
+                                             std::to_string((k - 1) % int(Pattern::Count));
+                    ASSERT_TRUE(same(what, [&] { return convert8(mosaic, h, w, phaseCode(p), config, method); }));
+                }
+    }
+}
+
+// Deep and packed input through the entry point: every width, both reduction routines of each kind.
+TEST_F(LevelCheck, DeepAndPackedInput) {
+    std::mt19937 rng(kSeed + 1);
+    std::uniform_int_distribution<int> any(0, 255);
+    for (int w = 4; w <= 140; ++w)
+        for (int h : {4, 5}) {
+            const int widths[] = {2 * w, 2 * w + 3, w + (w >> 1), 3 * ((w + 1) / 2) + 2}; // u16 rows, packed rows
+            const uint32_t codes[] = {VQP_PIXEL_FORMAT_BAYER_RG12, VQP_PIXEL_FORMAT_BAYER_GB16,
+                                      VQP_PIXEL_FORMAT_BAYER_RG12_PACKED, VQP_PIXEL_FORMAT_MONO10_PACKED};
+            for (int c = 0; c < 4; ++c) {
+                const int stride = widths[c];
+                // The packed run needs 3 bytes a pair of samples, plus the last pair's third byte.
+                const size_t bytes = c == 2 ? size_t(3 * ((h * w + 1) / 2)) : size_t(stride) * size_t(h);
+                std::vector<uint8_t> raw(bytes);
+                for (auto &v : raw) v = uint8_t(any(rng));
+                const auto run = [&] {
+                    PageEnd in(bytes);
+                    std::memcpy(in.data(), raw.data(), bytes);
+                    const uint64_t config = VQP_PIXEL_FORMAT_RGB8;
+                    Guarded out(outputBytes(config, h, w));
+                    ProcessingHandle *handle = nullptr;
+                    vqpCreate(&handle);
+                    vqpDemosaicSetConfig(handle, &config);
+                    ImageFrame fi{h, w, codes[c], in.data(), stride}, fo{0, 0, 0, out.data(), 0};
+                    const int32_t rc = vqpDemosaicing(handle, &fi, VQP_METHOD_NEAREST, &fo);
+                    vqpRelease(&handle);
+                    std::vector<uint8_t> result(out.bytes);
+                    result.push_back(uint8_t(rc));
+                    return result;
+                };
+                ASSERT_TRUE(same("code " + std::to_string(codes[c]) + " " + std::to_string(h) + "x" +
+                                     std::to_string(w) + " stride " + std::to_string(stride),
+                                 run));
+            }
+        }
+}
+
+// The reduction routines and bgrToBgra called directly, every length, the source ending at a page.
+TEST_F(LevelCheck, ReductionRoutinesAndWidening) {
+    std::mt19937 rng(kSeed + 2);
+    std::uniform_int_distribution<int> any(0, 0xFFFF);
+    for (int n = 1; n <= 300; ++n) {
+        std::vector<uint16_t> samples(static_cast<size_t>(n));
+        for (auto &v : samples) v = uint16_t(any(rng));
+        for (int shift : {2, 4, 6, 8})
+            ASSERT_TRUE(same("u16Tou8_old n " + std::to_string(n) + " shift " + std::to_string(shift), [&] {
+                PageEnd in(2 * size_t(n));
+                std::memcpy(in.data(), samples.data(), 2 * size_t(n));
+                Guarded out(static_cast<size_t>(n));
+                u16Tou8_old(reinterpret_cast<const uint16_t *>(in.data()), 1, n, shift, out.data());
+                return out.bytes;
+            }));
+        const size_t groups = size_t(n + 1) / 2;
+        std::vector<uint8_t> packed(3 * groups);
+        for (auto &v : packed) v = uint8_t(any(rng));
+        ASSERT_TRUE(same("unpacked_old n " + std::to_string(n), [&] {
+            PageEnd in(packed.size());
+            std::memcpy(in.data(), packed.data(), packed.size());
+            Guarded out(2 * groups);
+            unpacked_old(in.data(), 1, n, out.data());
+            return out.bytes;
+        }));
+        ASSERT_TRUE(same("unpacked rows width " + std::to_string(n), [&] {
+            PageEnd in(packed.size() * 3);
+            for (int y = 0; y < 3; ++y) std::memcpy(in.data() + y * packed.size(), packed.data(), packed.size());
+            Guarded out(3 * size_t(n) + 1);
+            unpacked(in.data(), 3, n, int32_t(packed.size()), out.data());
+            return out.bytes;
+        }));
+        std::vector<uint8_t> bgr(3 * size_t(n));
+        for (auto &v : bgr) v = uint8_t(any(rng));
+        ASSERT_TRUE(same("bgrToBgra pixels " + std::to_string(n), [&] {
+            PageEnd in(bgr.size());
+            std::memcpy(in.data(), bgr.data(), bgr.size());
+            Guarded out(4 * size_t(n));
+            bgrToBgra(in.data(), 1, uint32_t(n), out.data());
+            return out.bytes;
+        }));
+    }
+}
+
+} // namespace
