@@ -62,28 +62,21 @@ struct VecStore<O, vq::LumaStore> {
 
 // ---- Nearest-neighbour -----------------------------------------------------------------------------------
 
-// R-row pairs: the G site x takes red from x-1, the R site x+1 takes green and blue from column x.
-template <class O, class Store>
-int32_t nearestRRow(const uint8_t *own, const uint8_t *other, int32_t w, const Store &out) {
+// One row's pixel pairs from an odd column x: in an R-row the G site x takes red from x-1 and the R site
+// x+1 takes green and blue from column x (`other` gives blue); in a B-row the B site x takes red and green
+// from x-1 and the G site x+1 takes blue from column x (`other` gives red).
+template <class O, bool RRow, class Store>
+int32_t nearestRow(const uint8_t *own, const uint8_t *other, int32_t w, const Store &out) {
     int32_t x = 1;
     for (; x + O::N <= w; x += O::N) {
         const auto ownLeft = O::load8(own + x - 1), ownHere = O::load8(own + x);
         const auto otherLeft = O::load8(other + x - 1), otherHere = O::load8(other + x);
-        VecStore<O, Store>::put(out, x, O::oddFrom(ownLeft, ownHere), O::oddFrom(ownHere, ownLeft),
-                                O::oddFrom(otherHere, otherLeft));
-    }
-    return x;
-}
-
-// B-row pairs: the B site x takes red and green from x-1, the G site x+1 takes blue from column x.
-template <class O, class Store>
-int32_t nearestBRow(const uint8_t *own, const uint8_t *other, int32_t w, const Store &out) {
-    int32_t x = 1;
-    for (; x + O::N <= w; x += O::N) {
-        const auto ownLeft = O::load8(own + x - 1), ownHere = O::load8(own + x);
-        const auto otherLeft = O::load8(other + x - 1), otherHere = O::load8(other + x);
-        VecStore<O, Store>::put(out, x, O::oddFrom(otherLeft, otherHere), O::oddFrom(ownLeft, ownHere),
-                                O::oddFrom(ownHere, ownLeft));
+        if constexpr (RRow)
+            VecStore<O, Store>::put(out, x, O::oddFrom(ownLeft, ownHere), O::oddFrom(ownHere, ownLeft),
+                                    O::oddFrom(otherHere, otherLeft));
+        else
+            VecStore<O, Store>::put(out, x, O::oddFrom(otherLeft, otherHere), O::oddFrom(ownLeft, ownHere),
+                                    O::oddFrom(ownHere, ownLeft));
     }
     return x;
 }
@@ -184,8 +177,8 @@ template <class O, class Store>
 void installStore(vq::simd::StoreKernels<Store> &k) {
     k.bilinearRowPair = bilinearRowPair<O, Store>;
     k.bilinearGreenFirstRows = bilinearGreenFirstRows<O, Store>;
-    k.nearestRRow = nearestRRow<O, Store>;
-    k.nearestBRow = nearestBRow<O, Store>;
+    k.nearestRRow = nearestRow<O, true, Store>;
+    k.nearestBRow = nearestRow<O, false, Store>;
 }
 
 template <class O>
