@@ -48,7 +48,7 @@ void u16Tou8_old(const uint16_t *src, int32_t height, int32_t width, int32_t shi
     const int32_t n = vq::mul32(height, width);
     ptrdiff_t i = 0;
     if (const auto vector = vq::simd::table().u16ToU8; vector != nullptr && n > 0) i = vector(src, n, shift, dst);
-    for (; i < n; ++i) dst[i] = static_cast<uint8_t>(src[i] >> shift);
+    for (; i < n; ++i) dst[i] = static_cast<uint8_t>(vq::load16(src, i) >> shift);
 }
 
 // Row by row; the source advances by strideBytes >> 1 samples, so an odd stride loses its last byte.
@@ -58,7 +58,7 @@ void u16Tou8(const uint16_t *src, int32_t height, int32_t width, int32_t strideB
     for (int32_t y = 0; y < height; ++y) {
         ptrdiff_t x = 0;
         if (vector != nullptr && width > 0) x = vector(src, width, shift, dst);
-        for (; x < width; ++x) dst[x] = static_cast<uint8_t>(src[x] >> shift);
+        for (; x < width; ++x) dst[x] = static_cast<uint8_t>(vq::load16(src, x) >> shift);
         src += srcStep;
         dst += width;
     }
