@@ -25,11 +25,10 @@
 #include <cstdint>
 
 #include "core/pixel_store.h"
+#include "core/rows.h"
 #include "simd/dispatch.h"
 
 namespace vq::bilinear {
-
-inline const uint8_t *rowAt(const uint8_t *src, int32_t y, int32_t w) { return src + ptrdiff_t{y} * w; }
 
 // First column (or row) after the pairs that start at 1: ((n - 4) & ~1) + 3, or 1 when n is below 4.
 // That is n - 1 for even n and n - 2 for odd n, so one or two columns remain.
@@ -78,14 +77,15 @@ void firstRows(const uint8_t *src, const Store &out, int32_t w) {
 
 // Column 0, rows 1 to h - 1: green sites on blue rows, red sites on red rows, no column to the west.
 template <class Store>
-void firstCols(const uint8_t *src, const Store &out, int32_t h, int32_t w) {
-    for (int32_t y = 1; y < h - 2; y += 2) {
-        const uint8_t *n = rowAt(src, y - 1, w), *c = rowAt(src, y, w), *s = c + w, *s2 = s + w;
+void firstCols(const uint8_t *src, const Store &out, int32_t h, int32_t w, RowSpan rows = kAllRows) {
+    for (int32_t y = rows.firstPair(1); y < rows.pairEnd(h - 2); y += 2) {
+        const uint8_t *n = rows.row(src, y - 1, w), *c = rows.row(src, y, w), *s = c + w, *s2 = s + w;
         out.put(ptrdiff_t{y} * w, (n[0] + s[0]) >> 1, c[0], c[1]);
         out.put(ptrdiff_t{y + 1} * w, s[0], (c[0] + s2[0] + 2 * s[1]) >> 2, (c[1] + s2[1]) >> 1);
     }
+    if (!rows.bottom(h)) return;
     const int32_t k = tailStart(h);
-    const uint8_t *n = rowAt(src, k - 1, w), *c = n + w;
+    const uint8_t *n = rows.row(src, k - 1, w), *c = n + w;
     if (h - k == 1) { // even height: the bottom-left corner is a green site
         out.put(ptrdiff_t{k} * w, n[0], c[0], c[1]);
     } else if (h - k == 2) { // odd height: a green site, then a red bottom-left corner
@@ -99,12 +99,12 @@ void firstCols(const uint8_t *src, const Store &out, int32_t h, int32_t w) {
 // rows it covered end (lastRowsStart) and where its columns end (lastColsStart). lastColsStart depends on
 // the width alone, also for heights below 4 where the body writes nothing.
 template <class Store>
-uint64_t body(const uint8_t *src, const Store &out, int32_t h, int32_t w) {
+uint64_t body(const uint8_t *src, const Store &out, int32_t h, int32_t w, RowSpan rows = kAllRows) {
     const int32_t colEnd = tailStart(w);
     if (h - 2 > 1 && w - 2 > 1) {
         const auto vectorPairs = simd::kernels<Store>().bilinearRowPair; // the vector interior, if any
-        for (int32_t y = 1; y < h - 2; y += 2) {
-            const uint8_t *r0 = rowAt(src, y - 1, w), *r1 = r0 + w, *r2 = r1 + w, *r3 = r2 + w;
+        for (int32_t y = rows.firstPair(1); y < rows.pairEnd(h - 2); y += 2) {
+            const uint8_t *r0 = rows.row(src, y - 1, w), *r1 = r0 + w, *r2 = r1 + w, *r3 = r2 + w;
             const Store blueRow = out.at(ptrdiff_t{y} * w), redRow = blueRow.at(w);
             int32_t x = 1;
             if (vectorPairs != nullptr) x = vectorPairs(r0, w, colEnd, blueRow, redRow);
@@ -120,13 +120,13 @@ uint64_t body(const uint8_t *src, const Store &out, int32_t h, int32_t w) {
 // Rows `start` to h - 1 under the body's columns: one blue row, or a blue row and a red row. The first
 // row written is always taken as a blue row, whatever its index. The last row has no row below.
 template <class Store>
-void lastRows(const uint8_t *src, const Store &out, int32_t h, int32_t w, int32_t start) {
-    const int32_t rows = h - start;
-    if (w <= 3 || (rows != 1 && rows != 2)) return;
+void lastRows(const uint8_t *src, const Store &out, int32_t h, int32_t w, int32_t start, RowSpan rows = kAllRows) {
+    const int32_t count = h - start;
+    if (w <= 3 || (count != 1 && count != 2)) return;
     const int32_t colEnd = tailStart(w);
-    const uint8_t *n = rowAt(src, start - 1, w), *c = n + w;
+    const uint8_t *n = rows.row(src, start - 1, w), *c = n + w;
     const Store o = out.at(ptrdiff_t{start} * w);
-    if (rows == 1) {
+    if (count == 1) {
         for (int32_t x = 1; x < colEnd; x += 2) {
             o.put(x, (n[x - 1] + n[x + 1]) >> 1, (c[x - 1] + c[x + 1] + 2 * n[x]) >> 2, c[x]);
             o.put(x + 1, n[x + 1], c[x + 1], (c[x] + c[x + 2]) >> 1);
@@ -146,7 +146,7 @@ void lastRows(const uint8_t *src, const Store &out, int32_t h, int32_t w, int32_
 // column it is the last and has no east neighbour; with two the first takes the interior rule across and
 // the second has no east neighbour.
 template <class Store>
-void lastCols(const uint8_t *src, const Store &out, int32_t h, int32_t w, int32_t start) {
+void lastCols(const uint8_t *src, const Store &out, int32_t h, int32_t w, int32_t start, RowSpan rows = kAllRows) {
     const int32_t cols = w - start;
     if (cols != 1 && cols != 2) return;
     const int32_t x = start;
@@ -185,14 +185,15 @@ void lastCols(const uint8_t *src, const Store &out, int32_t h, int32_t w, int32_
         }
     };
     if (h >= 4) {
-        for (int32_t y = 1; y < h - 2; y += 2) {
-            const uint8_t *r0 = rowAt(src, y - 1, w), *r1 = r0 + w, *r2 = r1 + w, *r3 = r2 + w;
+        for (int32_t y = rows.firstPair(1); y < rows.pairEnd(h - 2); y += 2) {
+            const uint8_t *r0 = rows.row(src, y - 1, w), *r1 = r0 + w, *r2 = r1 + w, *r3 = r2 + w;
             blueRow(y, r0, r1, r2);
             redRow(y + 1, r1, r2, r3);
         }
     }
+    if (!rows.bottom(h)) return;
     const int32_t k = tailStart(h);
-    const uint8_t *n = rowAt(src, k - 1, w), *c = n + w;
+    const uint8_t *n = rows.row(src, k - 1, w), *c = n + w;
     if (h - k == 1) {
         blueRow(k, n, c, nullptr);
     } else if (h - k == 2) {
@@ -234,27 +235,30 @@ void greenFirstRows(const uint8_t *src, const Store &out, int32_t w) {
     }
 }
 
-// The RGGB sequence: row 0, column 0, body, last rows, last columns.
+// The RGGB sequence: row 0, column 0, body, last rows, last columns. A band (`rows`) starts at row 0 or
+// at an odd row.
 template <class Store>
-void rggb(const uint8_t *src, int32_t h, int32_t w, const Store &out) {
-    firstRows(src, out, w);
-    firstCols(src, out, h, w);
-    const uint64_t ends = body(src, out, h, w);
-    lastRows(src, out, h, w, lastRowsStartOf(ends));
-    lastCols(src, out, h, w, lastColsStartOf(ends));
+void rggb(const uint8_t *src, int32_t h, int32_t w, const Store &out, RowSpan rows = kAllRows) {
+    if (rows.top()) firstRows(src, out, w);
+    firstCols(src, out, h, w, rows);
+    const uint64_t ends = body(src, out, h, w, rows);
+    if (rows.bottom(h)) lastRows(src, out, h, w, lastRowsStartOf(ends), rows);
+    lastCols(src, out, h, w, lastColsStartOf(ends), rows);
 }
 
 // Green-first phases: the two top rows, then the RGGB pieces on the frame one row down. lastRows runs on
-// the whole frame, where the sub-frame's lastRowsStart is one row further down.
+// the whole frame, where the sub-frame's lastRowsStart is one row further down. A band (`rows`) starts at
+// row 0 or at an even row.
 template <class Store>
-void greenFirst(const uint8_t *src, int32_t h, int32_t w, const Store &out) {
-    greenFirstRows(src, out, w);
+void greenFirst(const uint8_t *src, int32_t h, int32_t w, const Store &out, RowSpan rows = kAllRows) {
+    if (rows.top()) greenFirstRows(src, out, w);
     const uint8_t *sub = src + w;
     const Store subOut = out.at(w);
-    firstCols(sub, subOut, h - 1, w);
-    const uint64_t ends = body(sub, subOut, h - 1, w);
-    lastRows(src, out, h, w, lastRowsStartOf(ends) + 1);
-    lastCols(sub, subOut, h - 1, w, lastColsStartOf(ends));
+    const RowSpan subRows = rows.down(1);
+    firstCols(sub, subOut, h - 1, w, subRows);
+    const uint64_t ends = body(sub, subOut, h - 1, w, subRows);
+    if (rows.bottom(h)) lastRows(src, out, h, w, lastRowsStartOf(ends) + 1, rows);
+    lastCols(sub, subOut, h - 1, w, lastColsStartOf(ends), subRows);
 }
 
 } // namespace vq::bilinear

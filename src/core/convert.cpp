@@ -7,8 +7,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "bilinear/bilinear_pieces.h"
+#include "core/convert.h"
 #include "core/pixel_store.h"
 #include "core/wrap32.h"
+#include "nearest/nearest.h"
 #include "velqora.h"
 
 namespace {
@@ -35,9 +38,27 @@ OutputFormat classifyOutput(uint64_t config) {
 
 enum class Phase { RG, GR, GB, BG };
 
-// Kernels of one family for the nearest and edge-directed methods: RGGB kernels serve RG and BG,
-// GBRG kernels serve GB and GR, with red and blue exchanged by the swap flag, the plane order or the
-// luma weights.
+// Every method has one kernel for the frames whose first row starts with red or blue (RGGB, BGGR) and
+// one for the frames whose first row starts with green (GBRG, GRBG); the second phase of each pair is
+// the first with red and blue exchanged, by the store: the channel order of the interleaved layouts,
+// the order of the planes, the luma weights (red 77, green 150, blue 29).
+//
+// Calls `kernel(store)` with the store of the output layout; `swap` exchanges red and blue in the
+// interleaved layouts and the planes, `lumaSwap` in the luma weights.
+template <class Kernel>
+void withStore(OutputFormat of, uint8_t *dst, ptrdiff_t n, bool swap, bool lumaSwap, Kernel kernel) {
+    switch (of.layout) {
+    case Layout::Interleaved3: kernel(vq::Bgr8Store(dst, swap)); break;
+    case Layout::Interleaved4: kernel(vq::Bgra8Store(dst, swap)); break;
+    case Layout::Mono: kernel(vq::fixedLumaStore(dst, lumaSwap)); break;
+    case Layout::Planar:
+        kernel(swap ? vq::PlanarStore{dst + 2 * n, dst + n, dst} : vq::PlanarStore{dst, dst + n, dst + 2 * n});
+        break;
+    case Layout::Unknown: break;
+    }
+}
+
+// The edge-directed family: RGGB kernels serve RG and BG, GBRG kernels serve GB and GR.
 template <class Bgr, class Bgra, class Planar, class Mono>
 struct SwapFamily {
     Bgr bgr;
@@ -46,8 +67,6 @@ struct SwapFamily {
     Mono mono;
 };
 
-constexpr SwapFamily kNearestRG{rg8ToBgr8_nearest, rg8ToBgra8_nearest, rg8ToBgr8P_nearest, rg8ToMono8_nearest};
-constexpr SwapFamily kNearestGB{gb8ToBgr8_nearest, gb8ToBgra8_nearest, gb8ToBgr8P_nearest, gb8ToMono8_nearest};
 constexpr SwapFamily kEdgeRG{rg8ToBgr8_edge, rg8ToBgra8_edge, rg8ToBgr8P_edge, rg8ToMono8_edge};
 constexpr SwapFamily kEdgeGB{gb8ToBgr8_edge, gb8ToBgra8_edge, gb8ToBgr8P_edge, gb8ToMono8_edge};
 
@@ -71,47 +90,26 @@ void runSwapFamily(const Family &k, bool phaseSwapped, OutputFormat of, const ui
 }
 
 int32_t convertBayer(Phase phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config,
-                     uint32_t method, uint8_t *scratchTail) {
+                     uint32_t method, uint8_t *scratchTail, vq::RowSpan rows) {
     const OutputFormat of = classifyOutput(config);
     if (of.layout == Layout::Unknown) return VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT;
     const bool rgbFamily = phase == Phase::RG || phase == Phase::BG;
     const bool phaseSwapped = phase == Phase::BG || phase == Phase::GR;
+    const bool swap = phaseSwapped != of.redFirst;
+    const ptrdiff_t n = vq::mul32(height, width);
     switch (method) {
     case VQP_METHOD_NEAREST:
-        runSwapFamily(rgbFamily ? kNearestRG : kNearestGB, phaseSwapped, of, src, dst, height, width);
+        withStore(of, dst, n, swap, phaseSwapped, [&](const auto &store) {
+            if (rgbFamily) vq::nearest::nearestRGGB(src, height, width, store, rows);
+            else vq::nearest::nearestGBRG(src, height, width, store, rows);
+        });
         break;
-    case VQP_METHOD_BILINEAR: {
-        // Interleaved: every phase has its own drivers, and the driver of the opposite phase (RG <-> BG,
-        // GR <-> GB, that is index 3 - i in Phase order) writes the opposite channel order.
-        using Interleaved = int32_t (*)(const uint8_t *, int32_t, int32_t, uint8_t *);
-        static constexpr Interleaved kBgr[] = {rg8ToBgr8_bilinear, gr8ToBgr8_bilinear, gb8ToBgr8_bilinear,
-                                               bg8ToBgr8_bilinear};
-        static constexpr Interleaved kBgra[] = {rg8ToBgra8_bilinear, gr8ToBgra8_bilinear, gb8ToBgra8_bilinear,
-                                                bg8ToBgra8_bilinear};
-        static_assert(int(Phase::RG) == 0 && int(Phase::GR) == 1 && int(Phase::GB) == 2 && int(Phase::BG) == 3);
-        const int own = static_cast<int>(phase);
-        const int pick = of.redFirst ? 3 - own : own;
-        // Planar and Mono8: the rg8 drivers serve RGGB and BGGR, the gr8 drivers GRBG and GBRG. BGGR and GBRG
-        // have blue where those drivers read red, so their planes go reversed and their weights come reversed.
-        const bool readsBlueAsRed = phase == Phase::BG || phase == Phase::GB;
-        const uint32_t weights[3] = {readsBlueAsRed ? 29u : 77u, 150u, readsBlueAsRed ? 77u : 29u};
-        const ptrdiff_t n = vq::mul32(height, width);
-        const bool planesReversed = readsBlueAsRed != of.redFirst;
-        uint8_t *planeR = planesReversed ? dst + 2 * n : dst;
-        uint8_t *planeB = planesReversed ? dst : dst + 2 * n;
-        switch (of.layout) {
-        case Layout::Interleaved3: kBgr[pick](src, height, width, dst); break;
-        case Layout::Interleaved4: kBgra[pick](src, height, width, dst); break;
-        case Layout::Mono:
-            (rgbFamily ? rg8ToMono8_bilinear : gr8ToMono8_bilinear)(src, height, width, weights, dst);
-            break;
-        case Layout::Planar:
-            (rgbFamily ? rg8ToBgr8P_bilinear : gr8ToBgr8P_bilinear)(src, height, width, planeR, dst + n, planeB);
-            break;
-        case Layout::Unknown: break;
-        }
+    case VQP_METHOD_BILINEAR:
+        withStore(of, dst, n, swap, phaseSwapped, [&](const auto &store) {
+            if (rgbFamily) vq::bilinear::rggb(src, height, width, store, rows);
+            else vq::bilinear::greenFirst(src, height, width, store, rows);
+        });
         break;
-    }
     case VQP_METHOD_EDGE: // scratchTail is the green line of the planar and Mono8 kernels
         runSwapFamily(rgbFamily ? kEdgeRG : kEdgeGB, phaseSwapped, of, src, dst, height, width, scratchTail);
         break;
@@ -120,41 +118,63 @@ int32_t convertBayer(Phase phase, const uint8_t *src, uint8_t *dst, int32_t heig
     return VQP_OK;
 }
 
-} // namespace
-
-// Every output pixel of a monochrome frame is its input byte v in each channel (alpha 0). Luma of
-// (v, v, v) is v, so the Mono8 output is a copy.
-int32_t mono8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config) {
+// Rows [from, to) of a monochrome frame: every output pixel is its input byte v in each channel (alpha
+// 0); luma of (v, v, v) is v, so the Mono8 output is a copy.
+int32_t convertMono(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config,
+                    vq::RowSpan rows) {
     const OutputFormat of = classifyOutput(config);
+    if (of.layout == Layout::Unknown) return VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT;
     const int32_t n = vq::mul32(height, width);
-    const auto grey = [&](const auto &store) {
-        for (int32_t i = 0; i < n; ++i) store.put(i, src[i], src[i], src[i]);
-    };
-    switch (of.layout) {
-    case Layout::Mono:
-        for (int32_t i = 0; i < n; ++i) dst[i] = src[i];
-        break;
-    case Layout::Interleaved3: grey(vq::Bgr8Store(dst, false)); break;
-    case Layout::Interleaved4: grey(vq::Bgra8Store(dst, false)); break;
-    case Layout::Planar: grey(vq::PlanarStore{dst, dst + n, dst + ptrdiff_t{2} * n}); break;
-    case Layout::Unknown: return VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT;
+    const ptrdiff_t from = ptrdiff_t{rows.from} * width;
+    const ptrdiff_t to = rows.bottom(height) ? n : ptrdiff_t{rows.to} * width;
+    const ptrdiff_t at = ptrdiff_t{rows.base} * width; // src[i - at]: the sample of output pixel i
+    if (of.layout == Layout::Mono) {
+        for (ptrdiff_t i = from; i < to; ++i) dst[i] = src[i - at];
+        return VQP_OK;
     }
+    withStore(of, dst, n, false, false, [&](const auto &store) {
+        for (ptrdiff_t i = from; i < to; ++i) store.put(i, src[i - at], src[i - at], src[i - at]);
+    });
     return VQP_OK;
 }
 
+} // namespace
+
+int32_t vq::convertRows(uint32_t phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
+                       uint64_t config, uint32_t method, uint8_t *scratchTail, RowSpan rows) {
+    switch (phase) {
+    case kPhaseMono: return convertMono(src, dst, height, width, config, rows);
+    case kPhaseRG: return convertBayer(Phase::RG, src, dst, height, width, config, method, scratchTail, rows);
+    case kPhaseGR: return convertBayer(Phase::GR, src, dst, height, width, config, method, scratchTail, rows);
+    case kPhaseGB: return convertBayer(Phase::GB, src, dst, height, width, config, method, scratchTail, rows);
+    case kPhaseBG: return convertBayer(Phase::BG, src, dst, height, width, config, method, scratchTail, rows);
+    default: return VQP_ERR_UNSUPPORTED_INPUT_FORMAT;
+    }
+}
+
+bool vq::convertsByRows(uint32_t phase, uint64_t config, uint32_t method) {
+    if (classifyOutput(config).layout == Layout::Unknown) return false;
+    return phase == kPhaseMono || method == VQP_METHOD_NEAREST || method == VQP_METHOD_BILINEAR;
+}
+
+int32_t vq::rowBandStep(uint32_t phase) { return phase == kPhaseGR || phase == kPhaseGB ? 0 : 1; }
+
+int32_t mono8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config) {
+    return vq::convertRows(vq::kPhaseMono, src, dst, height, width, config, 0, nullptr, vq::kAllRows);
+}
 int32_t rg8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config, uint32_t method,
                    uint8_t *scratchTail) {
-    return convertBayer(Phase::RG, src, dst, height, width, config, method, scratchTail);
+    return vq::convertRows(vq::kPhaseRG, src, dst, height, width, config, method, scratchTail, vq::kAllRows);
 }
 int32_t gr8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config, uint32_t method,
                    uint8_t *scratchTail) {
-    return convertBayer(Phase::GR, src, dst, height, width, config, method, scratchTail);
+    return vq::convertRows(vq::kPhaseGR, src, dst, height, width, config, method, scratchTail, vq::kAllRows);
 }
 int32_t gb8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config, uint32_t method,
                    uint8_t *scratchTail) {
-    return convertBayer(Phase::GB, src, dst, height, width, config, method, scratchTail);
+    return vq::convertRows(vq::kPhaseGB, src, dst, height, width, config, method, scratchTail, vq::kAllRows);
 }
 int32_t bg8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config, uint32_t method,
                    uint8_t *scratchTail) {
-    return convertBayer(Phase::BG, src, dst, height, width, config, method, scratchTail);
+    return vq::convertRows(vq::kPhaseBG, src, dst, height, width, config, method, scratchTail, vq::kAllRows);
 }

@@ -1,83 +1,16 @@
-// Nearest-neighbour demosaic: every output pixel copies one red, one green and one blue sample of the
-// 2x2 cell whose lower-right corner it is (moved down or right in the top row and left column).
-//
-// Both kernel phases have red at even columns and blue at odd columns. An R-row reads R G R G ..., a
-// B-row G B G B ...; RGGB has R-rows at even rows, GBRG at odd rows. Green at an R or B site is the
-// left neighbour on the pixel's own row; in column 0 (always an R site) it is the green above, or, for
-// the top-left pixel of an RGGB frame, the green to its right. Greens are never averaged.
-#include <cstddef>
+// The exported nearest-neighbour drivers: thin wrappers that pick the kernel phase and the pixel store.
 #include <cstdint>
 
-#include "core/pixel_store.h"
-#include "simd/dispatch.h"
+#include "nearest/nearest.h"
 #include "velqora.h"
 
 namespace {
 
 using vq::Bgr8Store;
 using vq::Bgra8Store;
-using vq::LumaStore;
 using vq::PlanarStore;
-
-// One R-row: `own` is the row, `bRow` the B-row that gives blue, `green0` the green of column 0.
-template <class Store>
-void rRow(const uint8_t *own, const uint8_t *bRow, uint8_t green0, int32_t w, const Store &out) {
-    out.put(0, own[0], green0, bRow[1]);
-    int32_t x = 1;
-    if (const auto vectorRow = vq::simd::kernels<Store>().nearestRRow) x = vectorRow(own, bRow, w, out);
-    for (; x + 1 < w; x += 2) {
-        out.put(x, own[x - 1], own[x], bRow[x]);     // G site
-        out.put(x + 1, own[x + 1], own[x], bRow[x]); // R site: green from the left
-    }
-    if (x < w) out.put(x, own[x - 1], own[x], bRow[x]); // even width: last column, a G site
-}
-
-// One B-row: `own` is the row, `rRow` the R-row that gives red.
-template <class Store>
-void bRow(const uint8_t *own, const uint8_t *rRowAbove, int32_t w, const Store &out) {
-    out.put(0, rRowAbove[0], own[0], own[1]);
-    int32_t x = 1;
-    if (const auto vectorRow = vq::simd::kernels<Store>().nearestBRow) x = vectorRow(own, rRowAbove, w, out);
-    for (; x + 1 < w; x += 2) {
-        out.put(x, rRowAbove[x - 1], own[x - 1], own[x]);     // B site: green from the left
-        out.put(x + 1, rRowAbove[x + 1], own[x + 1], own[x]); // G site
-    }
-    if (x < w) out.put(x, rRowAbove[x - 1], own[x - 1], own[x]); // even width: last column, a B site
-}
-
-// Rows y (a B-row) and y + 1 (an R-row) from rows y - 1, y and y + 1.
-template <class Store>
-void body(const uint8_t *src, int32_t y, int32_t w, const Store &out) {
-    const uint8_t *above = src + ptrdiff_t{y - 1} * w;
-    const uint8_t *row = above + w;
-    const uint8_t *below = row + w;
-    bRow(row, above, w, out.at(ptrdiff_t{y} * w));
-    rRow(below, row, row[0], w, out.at(ptrdiff_t{y + 1} * w));
-}
-
-// The final row, a B-row, from the R-row above it.
-template <class Store>
-void lastRow(const uint8_t *src, int32_t h, int32_t w, const Store &out) {
-    const uint8_t *above = src + ptrdiff_t{h - 2} * w;
-    bRow(above + w, above, w, out.at(ptrdiff_t{h - 1} * w));
-}
-
-template <class Store>
-void nearestRGGB(const uint8_t *src, int32_t h, int32_t w, const Store &out) {
-    rRow(src, src + w, src[1], w, out); // top-left: no green above, the one to the right
-    int32_t y = 1;
-    for (; y < h - 1; y += 2) body(src, y, w, out);
-    if (y == h - 1) lastRow(src, h, w, out); // even height
-}
-
-template <class Store>
-void nearestGBRG(const uint8_t *src, int32_t h, int32_t w, const Store &out) {
-    bRow(src, src + w, w, out);                // row 0 takes red from row 1 below it
-    rRow(src + w, src, src[0], w, out.at(w));  // row 1 takes blue from row 0
-    int32_t y = 2;
-    for (; y < h - 1; y += 2) body(src, y, w, out);
-    if (y == h - 1) lastRow(src, h, w, out); // odd height
-}
+using vq::nearest::nearestGBRG;
+using vq::nearest::nearestRGGB;
 
 } // namespace
 

@@ -1,0 +1,26 @@
+// The converters by rows: what vqpDemosaicing calls when it converts a frame band by band.
+#pragma once
+
+#include <cstdint>
+
+#include "core/rows.h"
+
+namespace vq {
+
+// The phase codes that input classification yields (the 8-bit pixel-format codes).
+inline constexpr uint32_t kPhaseMono = 0x01080001u, kPhaseGR = 0x01080008u, kPhaseRG = 0x01080009u,
+                          kPhaseGB = 0x0108000Au, kPhaseBG = 0x0108000Bu;
+
+// Output rows `rows` of the converter of `phase`; with kAllRows it is that converter exactly.
+int32_t convertRows(uint32_t phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width, uint64_t config,
+                    uint32_t method, uint8_t *scratchTail, RowSpan rows);
+
+// Whether the conversion can run band by band: the nearest and bilinear methods and monochrome input,
+// into a known output layout. (The edge-directed kernels carry a line of green from band to band.)
+bool convertsByRows(uint32_t phase, uint64_t config, uint32_t method);
+
+// The parity of the rows where a band may start: 1 for odd rows (the kernels whose row pairs start at
+// row 1), 0 for even rows (those whose pairs start at row 2). Monochrome input may start anywhere.
+int32_t rowBandStep(uint32_t phase);
+
+} // namespace vq
