@@ -133,6 +133,31 @@ VQP_EXTERN int32_t vqpDemosaicSetConfig(ProcessingHandle *handle, const uint64_t
 VQP_EXTERN int32_t vqpDemosaicing(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
                                   ImageFrame *out);
 
+/* ---- Parallel entry points ------------------------------------------------------------------ */
+/* The same conversions split into horizontal bands over `threads` threads (0: one per hardware
+ * thread). The output is byte for byte that of the single-threaded entry point, for every thread
+ * count. The threads belong to the handle: started on first use, reused by later calls on it, joined
+ * by vqpRelease (vqpInit leaves them with the handle). One handle still serves one call at a time.
+ * Frames below 32768 pixels, and methods whose kernels cannot be split, run on the calling thread.
+ *
+ * vqpDemosaicingParallel: the checks, status codes and their order of vqpDemosaicing. */
+VQP_EXTERN int32_t vqpDemosaicingParallel(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
+                                          ImageFrame *out, uint32_t threads);
+/* The 16-bit bilinear entry points with a handle: -111 for a null pointer (handle included), -104 for
+ * a height or width of 3 or less; -117 when the handle's scratch cannot grow for the threads' rows. */
+VQP_EXTERN int32_t vqpDemosaicingBilinearU16Parallel(ProcessingHandle *handle, const uint16_t *src, uint32_t height,
+                                                     uint32_t width, uint16_t *dst, uint32_t threads);
+VQP_EXTERN int32_t vqpDemosaicingBilinearU16PParallel(ProcessingHandle *handle, const uint16_t *src,
+                                                      uint32_t height, uint32_t width, uint16_t *planeB,
+                                                      uint16_t *planeG, uint16_t *planeR, uint32_t threads);
+/* The 16-bit edge-directed drivers with the phase as an argument: `phase` is any unpacked Bayer
+ * pixel-format code of that phase (VQP_PIXEL_FORMAT_BAYER_RG8, _RG10, _RG12, _RG16 and the same for
+ * GR, GB, BG); the output equals demosaicingEdge<phase>U16 (clamped at 4095 for RGGB, 65535 for the
+ * others). -111, then -104 (height or width of 3 or less), then -102 for any other phase code, then
+ * -117 when the handle's scratch cannot grow for the threads' rows. */
+VQP_EXTERN int32_t vqpDemosaicingEdgeU16Parallel(ProcessingHandle *handle, const uint16_t *src, uint32_t height,
+                                                 uint32_t width, uint16_t *dst, uint32_t phase, uint32_t threads);
+
 /* ---- Converters (8-bit mosaic, packed rows, to the configured output) ----------------------- */
 VQP_EXTERN int32_t mono8Convert(const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
                                 uint64_t config);

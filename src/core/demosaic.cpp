@@ -4,6 +4,7 @@
 
 #include "core/convert.h"
 #include "core/handle.h"
+#include "core/workers.h"
 #include "core/wrap32.h"
 
 namespace {
@@ -35,20 +36,32 @@ void reduceRows(const ImageFrame *in, int32_t rule, int32_t from, int32_t to, ui
     }
 }
 
-// Deep or packed input by bands: each band of output rows is converted from a window of reduced rows
-// (its own rows and the neighbours above and below it) at the start of the scratch work area, which the
-// next band reuses while it is still in cache; the reduced frame as a whole is never written out. The
-// output bytes are those of reducing the whole frame and converting it.
-int32_t reduceAndConvertByBands(const ImageFrame *in, int32_t rule, uint32_t phase, uint64_t config, uint32_t method,
-                                uint8_t *window, uint8_t *dst) {
+// The rows of a band of deep or packed input: about 128 KiB of reduced rows, an even count so that band
+// starts keep the parity the kernel needs.
+int32_t bandRows(int32_t width) {
+    const int32_t band = (131072 / width) & ~1;
+    return band < 8 ? 8 : band > 64 ? 64 : band;
+}
+// The window bytes that the bands of a range of `rangeRows` rows need: a band's rows (the last band of
+// the range up to nine more), one row above and one below, a row of slack for the parity of packed runs,
+// and the byte a packed run writes past its end.
+ptrdiff_t windowBytes(int32_t width, int32_t rangeRows) {
+    const int32_t rows = rangeRows < bandRows(width) + 9 ? rangeRows : bandRows(width) + 9;
+    return (ptrdiff_t{rows} + 4) * width + 64;
+}
+
+// Deep or packed input by bands, output rows [from, end): each band is converted from a window of reduced
+// rows (its own rows and the neighbours above and below it), which the next band reuses while it is still
+// in cache; the reduced frame as a whole is never written out. The output bytes are those of reducing the
+// whole frame and converting it.
+void reduceAndConvertByBands(const ImageFrame *in, int32_t rule, uint32_t phase, uint64_t config, uint32_t method,
+                             uint8_t *window, uint8_t *dst, int32_t from, int32_t end) {
     const int32_t height = in->height;
     const int32_t width = in->width;
-    // About 128 KiB of reduced rows a band; an even count, so band starts keep the parity the kernel needs.
-    int32_t band = (131072 / width) & ~1;
-    band = band < 8 ? 8 : band > 64 ? 64 : band;
+    const int32_t band = bandRows(width);
     const int32_t step = vq::rowBandStep(phase);
-    for (int32_t from = 0; from < height;) {
-        const int32_t to = height - from > band + step + 8 ? (from == 0 ? band + step : from + band) : height;
+    while (from < end) {
+        const int32_t to = end - from > band + step + 8 ? (from == 0 ? band + step : from + band) : end;
         // Rows read: one above the band and one below it; the bottom band's border rows look up to three
         // rows above the last one.
         int32_t first = from - 1 < height - 4 ? from - 1 : height - 4;
@@ -56,51 +69,69 @@ int32_t reduceAndConvertByBands(const ImageFrame *in, int32_t rule, uint32_t pha
         if ((width & 1) != 0 && (first & 1) != 0) --first; // packed runs start at an even sample
         const int32_t last = to < height ? to + 1 : height;
         reduceRows(in, rule, first, last, window);
-        if (const int32_t rc = vq::convertRows(phase, window, dst, height, width, config, method, nullptr,
-                                               {from, to, first});
-            rc != VQP_OK)
-            return rc;
+        vq::convertRows(phase, window, dst, height, width, config, method, nullptr, {from, to, first});
         from = to;
     }
-    return VQP_OK;
 }
 
-} // namespace
+// What both entry points do before any byte is reduced or written: the argument checks, classification
+// and the growth of the scratch block.
+struct Prepared {
+    int32_t status;
+    int64_t phase;
+    int32_t rule;
+    int32_t pixels;
+};
 
-int32_t vqpDemosaicing(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out) {
+Prepared prepare(ProcessingHandle *handle, const ImageFrame *in, const ImageFrame *out) {
+    Prepared p{VQP_OK, 0, 0, 0};
     if (handle == nullptr || in == nullptr || out == nullptr || in->data == nullptr || out->data == nullptr)
-        return VQP_ERR_NULL_ARGUMENT;
-    if (in->height <= 3 || in->stride <= 3 || in->width <= 3) return VQP_ERR_BAD_DIMENSIONS;
+        return {VQP_ERR_NULL_ARGUMENT, 0, 0, 0};
+    if (in->height <= 3 || in->stride <= 3 || in->width <= 3) return {VQP_ERR_BAD_DIMENSIONS, 0, 0, 0};
+    // Only a product that turns negative is refused; one that wraps back to a positive value is not.
+    p.pixels = mul32(in->height, in->width);
+    if (p.pixels < 0) return {VQP_ERR_BAD_DIMENSIONS, 0, 0, 0};
+    if (const int32_t rc = demosaicDataInit(in, handle, &p.phase, &p.rule); rc != VQP_OK) return {rc, 0, 0, 0};
+    const int32_t scratchSize = p.rule != 0 ? add32(add32(p.pixels, in->width), 64) : add32(in->width, 64);
+    if (const int32_t rc = vqpMemRealloc(&handle->scratch, scratchSize); rc != VQP_OK) return {rc, 0, 0, 0};
+    return p;
+}
+
+void fillOutputRecord(const ImageFrame *in, uint64_t config, ImageFrame *out) {
+    out->height = in->height;
+    out->width = in->width;
+    out->pixelFormat = static_cast<uint32_t>(config);
+}
+
+// Whether the frame can go band by band: the method's kernels take row ranges, and the frame's size is
+// what its 32-bit product says.
+bool byBands(const Prepared &p, const ImageFrame *in, uint64_t config, uint32_t method) {
+    return int64_t{in->height} * in->width == p.pixels &&
+           vq::convertsByRows(static_cast<uint32_t>(p.phase), config, method);
+}
+
+// The conversion on the calling thread, after prepare().
+int32_t convertOnThisThread(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out,
+                            const Prepared &p) {
     const int32_t height = in->height;
     const int32_t width = in->width;
-    // Only a product that turns negative is refused; one that wraps back to a positive value is not.
-    const int32_t pixels = mul32(height, width);
-    if (pixels < 0) return VQP_ERR_BAD_DIMENSIONS;
-
-    int64_t phase = 0;
-    int32_t rule = 0;
-    if (const int32_t rc = demosaicDataInit(in, handle, &phase, &rule); rc != VQP_OK) return rc;
-
-    const int32_t scratchSize = rule != 0 ? add32(add32(pixels, width), 64) : add32(width, 64);
-    if (const int32_t rc = vqpMemRealloc(&handle->scratch, scratchSize); rc != VQP_OK) return rc;
-
+    const int64_t phase = p.phase;
+    const int32_t rule = p.rule;
+    const uint64_t config = handle->config;
     uint8_t *const base = handle->scratch.data;
     uint8_t *const inData = static_cast<uint8_t *>(in->data);
-    if ((rule > 0 || rule == -1) && int64_t{height} * width == pixels &&
-        vq::convertsByRows(static_cast<uint32_t>(phase), handle->config, method)) {
-        const int32_t rc = reduceAndConvertByBands(in, rule, static_cast<uint32_t>(phase), handle->config, method,
-                                                   alignUp16(base), static_cast<uint8_t *>(out->data));
-        if (rc != VQP_OK) return rc;
-        out->height = in->height;
-        out->width = in->width;
-        out->pixelFormat = static_cast<uint32_t>(handle->config);
+    uint8_t *dst = static_cast<uint8_t *>(out->data);
+    if ((rule > 0 || rule == -1) && byBands(p, in, config, method)) {
+        reduceAndConvertByBands(in, rule, static_cast<uint32_t>(phase), config, method, alignUp16(base), dst, 0,
+                                height);
+        fillOutputRecord(in, config, out);
         return VQP_OK;
     }
     const uint8_t *src = inData;
     uint8_t *scratchTail = base;
     if (rule > 0 || rule == -1) {
         uint8_t *work = alignUp16(base);
-        scratchTail = work + pixels;
+        scratchTail = work + p.pixels;
         if (rule > 0) {
             const uint16_t *samples = static_cast<const uint16_t *>(in->data);
             if (in->stride == 2 * width) u16Tou8_old(samples, height, width, rule, work);
@@ -115,8 +146,6 @@ int32_t vqpDemosaicing(ProcessingHandle *handle, const ImageFrame *in, uint32_t 
     }
 
     if (static_cast<uint64_t>(phase - 0x01080001) > 10u) return VQP_ERR_UNSUPPORTED_INPUT_FORMAT;
-    uint8_t *dst = static_cast<uint8_t *>(out->data);
-    const uint64_t config = handle->config;
     int32_t rc;
     switch (phase) {
     case 0x01080001: rc = mono8Convert(src, dst, height, width, config); break;
@@ -127,9 +156,71 @@ int32_t vqpDemosaicing(ProcessingHandle *handle, const ImageFrame *in, uint32_t 
     default: return VQP_ERR_UNSUPPORTED_INPUT_FORMAT;
     }
     if (rc != VQP_OK) return rc;
-
-    out->height = in->height;
-    out->width = in->width;
-    out->pixelFormat = static_cast<uint32_t>(config);
+    fillOutputRecord(in, config, out);
     return VQP_OK;
+}
+
+// Frames below this many pixels are not worth waking threads for.
+constexpr int32_t kMinParallelPixels = 1 << 15;
+
+// The conversion split into horizontal bands, one a thread. Returns kNotSplit when the frame is not split
+// (too small, one thread, a method whose kernels do not take row ranges, no threads to be had).
+constexpr int32_t kNotSplit = 1;
+
+int32_t convertInBands(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out,
+                       const Prepared &p, int threads) {
+    const int32_t height = in->height;
+    const int32_t width = in->width;
+    const uint64_t config = handle->config;
+    if (threads < 2 || p.pixels < kMinParallelPixels || !byBands(p, in, config, method)) return kNotSplit;
+    const bool reduce = p.rule > 0 || p.rule == -1;
+    const int count = threads < height / 4 ? threads : height / 4; // bands of at least four rows
+    vq::Workers *workers = count >= 2 ? vq::workersOf(handle) : nullptr;
+    if (workers == nullptr) return kNotSplit;
+    // Deep and packed input: one window of reduced rows a thread, in the scratch block.
+    const ptrdiff_t window = windowBytes(width, height / count + 4);
+    if (reduce) {
+        const int64_t need = int64_t{window} * count + 16;
+        if (need > INT32_MAX) return kNotSplit;
+        if (const int32_t rc = vqpMemRealloc(&handle->scratch, static_cast<int32_t>(need)); rc != VQP_OK) return rc;
+    }
+    uint8_t *const work = alignUp16(handle->scratch.data);
+
+    uint8_t *const inData = static_cast<uint8_t *>(in->data);
+    if (!reduce && in->stride != width) u8Tou8(inData, height, width, in->stride, inData); // compacted in place
+    const uint32_t phase = static_cast<uint32_t>(p.phase);
+    const int32_t step = vq::rowBandStep(phase);
+    uint8_t *dst = static_cast<uint8_t *>(out->data);
+    // Band k starts at row k * height / count, moved down to the parity the kernel's row pairs need.
+    const auto bandStart = [&](int k) -> int32_t {
+        if (k == 0) return 0;
+        if (k == count) return height;
+        const int32_t y = static_cast<int32_t>(int64_t{k} * height / count);
+        return (y & 1) == step ? y : y + 1;
+    };
+    workers->run(count, [&](int k) {
+        const int32_t from = bandStart(k), to = bandStart(k + 1);
+        if (reduce)
+            reduceAndConvertByBands(in, p.rule, phase, config, method, work + k * window, dst, from, to);
+        else
+            vq::convertRows(phase, inData, dst, height, width, config, method, nullptr, {from, to});
+    });
+    fillOutputRecord(in, config, out);
+    return VQP_OK;
+}
+
+} // namespace
+
+int32_t vqpDemosaicing(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out) {
+    const Prepared p = prepare(handle, in, out);
+    if (p.status != VQP_OK) return p.status;
+    return convertOnThisThread(handle, in, method, out, p);
+}
+
+int32_t vqpDemosaicingParallel(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out,
+                               uint32_t threads) {
+    const Prepared p = prepare(handle, in, out);
+    if (p.status != VQP_OK) return p.status;
+    const int32_t rc = convertInBands(handle, in, method, out, p, vq::threadCount(threads));
+    return rc != kNotSplit ? rc : convertOnThisThread(handle, in, method, out, p);
 }

@@ -2,6 +2,9 @@
 #include "core/handle.h"
 
 #include <cstdlib>
+#include <new>
+
+#include "core/workers.h"
 
 namespace {
 constexpr uint64_t kDefaultConfig = VQP_PIXEL_FORMAT_BGR8;
@@ -20,6 +23,7 @@ int32_t vqpCreate(ProcessingHandle **handleOut) {
     if (*handleOut == nullptr) return VQP_ERR_OUT_OF_MEMORY;
     (*handleOut)->createWord = 0;
     (*handleOut)->createValue = 0;
+    (*handleOut)->workers = nullptr;
     vqpInit(*handleOut);
     return VQP_OK;
 }
@@ -28,7 +32,8 @@ void vqpInit(ProcessingHandle *handle) {
     static constexpr uint32_t kSettings[8] = {12, 1, 0, 8, 1, 0, 8, 1};
     handle->config = kDefaultConfig;
     for (int i = 0; i < 8; ++i) handle->settings[i] = kSettings[i];
-    // A block already held is forgotten here, not freed.
+    // A block already held is forgotten here, not freed. Worker threads stay with the handle until
+    // vqpRelease joins them.
     handle->scratch.data = nullptr;
     handle->scratch.capacity = 0;
 }
@@ -36,12 +41,18 @@ void vqpInit(ProcessingHandle *handle) {
 int32_t vqpRelease(ProcessingHandle **handlePtr) {
     if (handlePtr == nullptr) return VQP_ERR_NULL_ARGUMENT;
     ProcessingHandle *h = *handlePtr;
+    delete h->workers; // joins the handle's threads
     std::free(h->scratch.data);
     h->scratch.data = nullptr;
     h->scratch.capacity = 0;
     std::free(h);
     *handlePtr = nullptr;
     return VQP_OK;
+}
+
+vq::Workers *vq::workersOf(ProcessingHandle *handle) {
+    if (handle->workers == nullptr) handle->workers = new (std::nothrow) Workers();
+    return handle->workers;
 }
 
 int32_t vqpMemRealloc(ScratchBuffer *scratch, int32_t size) {

@@ -5,6 +5,10 @@
 
 #include "velqora.h"
 
+namespace vq {
+class Workers;
+}
+
 struct ProcessingHandle {
     uint64_t config;          // the output pixel format, compared and stored as a 64-bit value
     uint8_t reserved[24];     // never initialised, never read
@@ -12,4 +16,10 @@ struct ProcessingHandle {
     int32_t createWord;       // zeroed by vqpCreate only; read by nothing
     uint64_t createValue;     // zeroed by vqpCreate only; read by nothing
     ScratchBuffer scratch;    // grow-only work memory
+    vq::Workers *workers;     // the threads of the parallel entry points; null until first used
 };
+
+namespace vq {
+// The handle's worker threads, started on first use; null when none can be had.
+Workers *workersOf(ProcessingHandle *handle);
+} // namespace vq

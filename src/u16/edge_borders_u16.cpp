@@ -25,6 +25,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "u16/edge_u16.h"
 #include "u16/u16_common.h"
 #include "velqora.h"
 
@@ -172,31 +173,6 @@ void firstCols(const EdgeFrame &f, int32_t startColumn) {
     fillRed(f, 1, f.h, 0, startColumn - 1);
 }
 
-constexpr int32_t kMaxRGGB = 4095;
-constexpr int32_t kMaxOther = 65535;
-
-// One driver: RGGB and GRBG start the kernel at row 2, GBRG and BGGR at row 3 and run their column
-// pieces on the frame without its first row; RGGB and GBRG start it at column 2, the others at 3.
-int32_t runEdge(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst, int32_t startRow,
-                int32_t startColumn, int32_t maximum) {
-    const int32_t h = static_cast<int32_t>(height), w = static_cast<int32_t>(width);
-    const ptrdiff_t viewRows = startRow - 2; // 0, or 1 for the row-1 view
-    const uint16_t *srcView = src + viewRows * w;
-    uint16_t *dstView = dst + viewRows * 3 * w;
-    const uint32_t viewHeight = height - static_cast<uint32_t>(viewRows);
-
-    if (startRow == 2) firstRowsRGGB(src, dst, h, w, startColumn, maximum);
-    else firstRowsGBRG(src, dst, h, w, startColumn, maximum);
-    if (startColumn == 2) edgeFirstColsRGGBU16(srcView, dstView, viewHeight, width, maximum);
-    else edgeFirstColsGRBGU16(srcView, dstView, viewHeight, width, maximum);
-    const uint64_t stop = edgeSecRGGBU16(src + ptrdiff_t{startRow} * w, dst + ptrdiff_t{startRow} * 3 * w,
-                                         height - static_cast<uint32_t>(startRow) - 2u, width, startColumn, maximum);
-    const int32_t firstRowLeft = static_cast<int32_t>(static_cast<uint32_t>(stop >> 32) + static_cast<uint32_t>(startRow));
-    edgeLastRowsRGGBU16(src, dst, height, width, firstRowLeft, startColumn, maximum);
-    edgeLastColsRGGBU16(srcView, dstView, viewHeight, width, static_cast<int32_t>(stop & 0xFFFFFFFFu), maximum);
-    return 0;
-}
-
 } // namespace
 
 VQP_EXTERN void edgeFirstRowsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t width, int32_t startColumn,
@@ -251,15 +227,58 @@ VQP_EXTERN void edgeLastColsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t
     fillRed(f, 1, h, X - 1, w);
 }
 
+// ---- one driver in three steps: borders before the kernel, the kernel, borders after it --------
+//
+// RGGB and GRBG start the kernel at row 2, GBRG and BGGR at row 3 and run their column pieces on the
+// frame without its first row; RGGB and GBRG start it at column 2, the others at 3.
+
+vq::u16::EdgeRun vq::u16::edgeRunOf(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst,
+                                    int32_t startRow, int32_t startColumn, int32_t maximum) {
+    return {src, dst, height, width, startRow, startColumn, maximum};
+}
+
+void vq::u16::edgeBefore(const EdgeRun &r) {
+    const int32_t h = static_cast<int32_t>(r.height), w = static_cast<int32_t>(r.width);
+    const ptrdiff_t viewRows = r.startRow - 2; // 0, or 1 for the row-1 view
+    if (r.startRow == 2) firstRowsRGGB(r.src, r.dst, h, w, r.startColumn, r.maximum);
+    else firstRowsGBRG(r.src, r.dst, h, w, r.startColumn, r.maximum);
+    const uint32_t viewHeight = r.height - static_cast<uint32_t>(viewRows);
+    if (r.startColumn == 2) edgeFirstColsRGGBU16(r.src + viewRows * w, r.dst + viewRows * 3 * w, viewHeight, r.width, r.maximum);
+    else edgeFirstColsGRBGU16(r.src + viewRows * w, r.dst + viewRows * 3 * w, viewHeight, r.width, r.maximum);
+}
+
+uint32_t vq::u16::edgeKernelRows(const EdgeRun &r) { return r.height - static_cast<uint32_t>(r.startRow) - 2u; }
+
+uint64_t vq::u16::edgeKernel(const EdgeRun &r) {
+    const ptrdiff_t w = r.width;
+    return edgeSecRGGBU16(r.src + r.startRow * w, r.dst + r.startRow * 3 * w, edgeKernelRows(r), r.width,
+                          r.startColumn, r.maximum);
+}
+
+void vq::u16::edgeAfter(const EdgeRun &r, uint64_t stop) {
+    const ptrdiff_t viewRows = r.startRow - 2;
+    const ptrdiff_t w = r.width;
+    const int32_t firstRowLeft = static_cast<int32_t>(static_cast<uint32_t>(stop >> 32) + static_cast<uint32_t>(r.startRow));
+    edgeLastRowsRGGBU16(r.src, r.dst, r.height, r.width, firstRowLeft, r.startColumn, r.maximum);
+    edgeLastColsRGGBU16(r.src + viewRows * w, r.dst + viewRows * 3 * w, r.height - static_cast<uint32_t>(viewRows),
+                        r.width, static_cast<int32_t>(stop & 0xFFFFFFFFu), r.maximum);
+}
+
+int32_t vq::u16::edgeDriver(const EdgeRun &r) {
+    edgeBefore(r);
+    edgeAfter(r, edgeKernel(r));
+    return 0;
+}
+
 VQP_EXTERN int32_t demosaicingEdgeRGGBU16(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst) {
-    return runEdge(src, height, width, dst, 2, 2, kMaxRGGB);
+    return vq::u16::edgeDriver(vq::u16::edgeRunOf(src, height, width, dst, 2, 2, vq::u16::kEdgeMaxRGGB));
 }
 VQP_EXTERN int32_t demosaicingEdgeGRBGU16(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst) {
-    return runEdge(src, height, width, dst, 2, 3, kMaxOther);
+    return vq::u16::edgeDriver(vq::u16::edgeRunOf(src, height, width, dst, 2, 3, vq::u16::kEdgeMaxOther));
 }
 VQP_EXTERN int32_t demosaicingEdgeGBRGU16(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst) {
-    return runEdge(src, height, width, dst, 3, 2, kMaxOther);
+    return vq::u16::edgeDriver(vq::u16::edgeRunOf(src, height, width, dst, 3, 2, vq::u16::kEdgeMaxOther));
 }
 VQP_EXTERN int32_t demosaicingEdgeBGGRU16(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst) {
-    return runEdge(src, height, width, dst, 3, 3, kMaxOther);
+    return vq::u16::edgeDriver(vq::u16::edgeRunOf(src, height, width, dst, 3, 3, vq::u16::kEdgeMaxOther));
 }

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "u16/edge_u16.h"
 #include "u16/u16_common.h"
 #include "velqora.h"
 
@@ -29,8 +30,7 @@ VQP_EXTERN uint64_t edgeSecRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t 
     if (rowEnd < 1) return 0;
     const int32_t w = static_cast<int32_t>(width);
     const int32_t columnEnd = vq::u16::edgeColumnEnd(width, startColumn);
-    const uint32_t rowsCovered = ((rows - 2u) | 1u) + 1u;
-    const uint64_t stop = (uint64_t{rowsCovered} << 32) | static_cast<uint32_t>(columnEnd);
+    const uint64_t stop = vq::u16::edgeKernelStop(rows, width, startColumn);
     const ptrdiff_t sw = w;      // source row stride
     const ptrdiff_t dw = 3 * sw; // destination row stride
 
@@ -92,4 +92,10 @@ VQP_EXTERN uint64_t edgeSecRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t 
         }
     }
     return stop;
+}
+
+uint64_t vq::u16::edgeKernelStop(uint32_t rows, uint32_t width, int32_t startColumn) {
+    if (static_cast<int32_t>(rows - 1u) < 1) return 0;
+    const uint32_t rowsCovered = ((rows - 2u) | 1u) + 1u;
+    return (uint64_t{rowsCovered} << 32) | static_cast<uint32_t>(edgeColumnEnd(width, startColumn));
 }
