@@ -10,7 +10,9 @@
 #include "bilinear/bilinear_pieces.h"
 #include "core/convert.h"
 #include "core/pixel_store.h"
+#include "core/workers.h"
 #include "core/wrap32.h"
+#include "edge/edge_kernel.h"
 #include "nearest/nearest.h"
 #include "velqora.h"
 
@@ -45,11 +47,13 @@ enum class Phase { RG, GR, GB, BG };
 //
 // Calls `kernel(store)` with the store of the output layout; `swap` exchanges red and blue in the
 // interleaved layouts and the planes, `lumaSwap` in the luma weights.
-template <class Kernel>
+// The 4-byte store is Bgra8Store (alpha written as 0) for the nearest and bilinear methods, and
+// Bgra8KeepAlphaStore for the edge-directed one.
+template <class Store4 = vq::Bgra8Store, class Kernel>
 void withStore(OutputFormat of, uint8_t *dst, ptrdiff_t n, bool swap, bool lumaSwap, Kernel kernel) {
     switch (of.layout) {
     case Layout::Interleaved3: kernel(vq::Bgr8Store(dst, swap)); break;
-    case Layout::Interleaved4: kernel(vq::Bgra8Store(dst, swap)); break;
+    case Layout::Interleaved4: kernel(Store4(dst, swap)); break;
     case Layout::Mono: kernel(vq::fixedLumaStore(dst, lumaSwap)); break;
     case Layout::Planar:
         kernel(swap ? vq::PlanarStore{dst + 2 * n, dst + n, dst} : vq::PlanarStore{dst, dst + n, dst + 2 * n});
@@ -139,6 +143,34 @@ int32_t convertMono(const uint8_t *src, uint8_t *dst, int32_t height, int32_t wi
 }
 
 } // namespace
+
+bool vq::knownOutput(uint64_t config) { return classifyOutput(config).layout != Layout::Unknown; }
+
+bool vq::edgeSplits(int32_t height, int count) {
+    return count >= 2 && height > 4 && edge::bodyBands(height, true) >= 2 * count;
+}
+
+void vq::convertEdgeInBands(uint32_t phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
+                            uint64_t config, uint8_t *scratchTail, Workers &workers, int count, uint8_t *lines) {
+    const OutputFormat of = classifyOutput(config);
+    const bool gbrg = phase == kPhaseGB || phase == kPhaseGR;
+    const bool phaseSwapped = phase == kPhaseBG || phase == kPhaseGR;
+    const ptrdiff_t h = height, w = width, n = h * w;
+    const ptrdiff_t bands = edge::bodyBands(h, gbrg);
+    withStore<Bgra8KeepAlphaStore>(of, dst, n, phaseSwapped != of.redFirst, phaseSwapped, [&](const auto &store) {
+        // The interleaved layouts keep the line in the last `w` bytes of their own output.
+        const ptrdiff_t bytes = of.layout == Layout::Interleaved3 ? 3 : 4;
+        uint8_t *frameLine = of.layout == Layout::Interleaved3 || of.layout == Layout::Interleaved4
+                                 ? dst + bytes * n - w
+                                 : scratchTail;
+        const auto firstBand = [&](int k) { return bands * k / count; };
+        workers.run(count, [&](int k) {
+            uint8_t *line = k == count - 1 ? frameLine : lines + 2 * k * w;
+            edge::bandsOfThread(src, h, w, gbrg, store, firstBand(k), firstBand(k + 1), line, lines + (2 * k + 1) * w);
+        });
+        for (int k = 1; k < count; ++k) edge::rowAboveThread(src, h, w, gbrg, store, firstBand(k), lines + (2 * k + 1) * w);
+    });
+}
 
 int32_t vq::convertRows(uint32_t phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
                        uint64_t config, uint32_t method, uint8_t *scratchTail, RowSpan rows) {

@@ -23,4 +23,18 @@ bool convertsByRows(uint32_t phase, uint64_t config, uint32_t method);
 // row 1), 0 for even rows (those whose pairs start at row 2). Monochrome input may start anywhere.
 int32_t rowBandStep(uint32_t phase);
 
+class Workers;
+
+// Whether `config` is an output format the converters know.
+bool knownOutput(uint64_t config);
+
+// Whether the edge-directed conversion of a frame of this height splits into `count` bands of at least two
+// band rows each.
+bool edgeSplits(int32_t height, int count);
+
+// The edge-directed conversion of an 8-bit mosaic in `count` bands on the workers, with the bytes of the
+// single-threaded converter (the frame's line included); `lines` holds 2 * count * width private bytes.
+void convertEdgeInBands(uint32_t phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
+                        uint64_t config, uint8_t *scratchTail, Workers &workers, int count, uint8_t *lines);
+
 } // namespace vq

@@ -110,28 +110,19 @@ bool byBands(const Prepared &p, const ImageFrame *in, uint64_t config, uint32_t 
            vq::convertsByRows(static_cast<uint32_t>(p.phase), config, method);
 }
 
-// The conversion on the calling thread, after prepare().
-int32_t convertOnThisThread(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out,
-                            const Prepared &p) {
+// The whole frame to packed 8-bit rows: deep or packed input into the scratch work area, padded 8-bit rows
+// compacted in place in the caller's buffer. Returns the 8-bit frame and sets the scratch tail: the bytes
+// after the reduced frame, or the start of the scratch block when nothing was reduced.
+const uint8_t *reduceFrame(ProcessingHandle *handle, const ImageFrame *in, const Prepared &p, uint8_t **scratchTail) {
     const int32_t height = in->height;
     const int32_t width = in->width;
-    const int64_t phase = p.phase;
     const int32_t rule = p.rule;
-    const uint64_t config = handle->config;
     uint8_t *const base = handle->scratch.data;
     uint8_t *const inData = static_cast<uint8_t *>(in->data);
-    uint8_t *dst = static_cast<uint8_t *>(out->data);
-    if ((rule > 0 || rule == -1) && byBands(p, in, config, method)) {
-        reduceAndConvertByBands(in, rule, static_cast<uint32_t>(phase), config, method, alignUp16(base), dst, 0,
-                                height);
-        fillOutputRecord(in, config, out);
-        return VQP_OK;
-    }
-    const uint8_t *src = inData;
-    uint8_t *scratchTail = base;
+    *scratchTail = base;
     if (rule > 0 || rule == -1) {
         uint8_t *work = alignUp16(base);
-        scratchTail = work + p.pixels;
+        *scratchTail = work + p.pixels;
         if (rule > 0) {
             const uint16_t *samples = static_cast<const uint16_t *>(in->data);
             if (in->stride == 2 * width) u16Tou8_old(samples, height, width, rule, work);
@@ -140,10 +131,29 @@ int32_t convertOnThisThread(ProcessingHandle *handle, const ImageFrame *in, uint
             if (in->stride == width + (width >> 1)) unpacked_old(inData, height, width, work);
             else unpacked(inData, height, width, in->stride, work);
         }
-        src = work;
-    } else if (rule == 0 && in->stride != width) {
-        u8Tou8(inData, height, width, in->stride, inData); // the caller's rows are compacted in place
+        return work;
     }
+    if (in->stride != width) u8Tou8(inData, height, width, in->stride, inData); // the caller's rows, in place
+    return inData;
+}
+
+// The conversion on the calling thread, after prepare().
+int32_t convertOnThisThread(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out,
+                            const Prepared &p) {
+    const int32_t height = in->height;
+    const int32_t width = in->width;
+    const int64_t phase = p.phase;
+    const int32_t rule = p.rule;
+    const uint64_t config = handle->config;
+    uint8_t *dst = static_cast<uint8_t *>(out->data);
+    if ((rule > 0 || rule == -1) && byBands(p, in, config, method)) {
+        reduceAndConvertByBands(in, rule, static_cast<uint32_t>(phase), config, method,
+                                alignUp16(handle->scratch.data), dst, 0, height);
+        fillOutputRecord(in, config, out);
+        return VQP_OK;
+    }
+    uint8_t *scratchTail = nullptr;
+    const uint8_t *src = reduceFrame(handle, in, p, &scratchTail);
 
     if (static_cast<uint64_t>(phase - 0x01080001) > 10u) return VQP_ERR_UNSUPPORTED_INPUT_FORMAT;
     int32_t rc;
@@ -160,19 +170,50 @@ int32_t convertOnThisThread(ProcessingHandle *handle, const ImageFrame *in, uint
     return VQP_OK;
 }
 
+// What the parallel conversions return when they leave the frame to the calling thread.
+constexpr int32_t kNotSplit = 1;
+
 // Frames below this many pixels are not worth waking threads for.
 constexpr int32_t kMinParallelPixels = 1 << 15;
 
+// The edge-directed method on several threads: the frame is reduced as a whole, then its bands are split
+// (edge/edge_kernel.h). Each thread but the bottom one keeps its own line and a copy of the line it started
+// from, after the scratch bytes that the single-threaded conversion uses.
+int32_t convertEdgeInBands(ProcessingHandle *handle, const ImageFrame *in, ImageFrame *out, const Prepared &p,
+                           int threads) {
+    const int32_t height = in->height;
+    const int32_t width = in->width;
+    const uint64_t config = handle->config;
+    const uint32_t phase = static_cast<uint32_t>(p.phase);
+    int count = threads;
+    while (count >= 2 && !vq::edgeSplits(height, count)) --count;
+    vq::Workers *workers = count >= 2 ? vq::workersOf(handle) : nullptr;
+    if (workers == nullptr) return kNotSplit;
+    const int64_t used = p.rule != 0 ? int64_t{p.pixels} + width + 64 + 16 : int64_t{width} + 64;
+    const int64_t need = used + 2 * int64_t{count} * width + 64;
+    if (need > INT32_MAX) return kNotSplit;
+    if (const int32_t rc = vqpMemRealloc(&handle->scratch, static_cast<int32_t>(need)); rc != VQP_OK) return rc;
+    uint8_t *scratchTail = nullptr;
+    const uint8_t *src = reduceFrame(handle, in, p, &scratchTail);
+    uint8_t *lines = scratchTail + width + 64;
+    vq::convertEdgeInBands(phase, src, static_cast<uint8_t *>(out->data), height, width, config, scratchTail, *workers,
+                           count, lines);
+    fillOutputRecord(in, config, out);
+    return VQP_OK;
+}
+
 // The conversion split into horizontal bands, one a thread. Returns kNotSplit when the frame is not split
 // (too small, one thread, a method whose kernels do not take row ranges, no threads to be had).
-constexpr int32_t kNotSplit = 1;
 
 int32_t convertInBands(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out,
                        const Prepared &p, int threads) {
     const int32_t height = in->height;
     const int32_t width = in->width;
     const uint64_t config = handle->config;
-    if (threads < 2 || p.pixels < kMinParallelPixels || !byBands(p, in, config, method)) return kNotSplit;
+    if (threads < 2 || p.pixels < kMinParallelPixels || int64_t{height} * width != p.pixels) return kNotSplit;
+    if (method == VQP_METHOD_EDGE && p.phase != vq::kPhaseMono && vq::knownOutput(config))
+        return convertEdgeInBands(handle, in, out, p, threads);
+    if (!byBands(p, in, config, method)) return kNotSplit;
     const bool reduce = p.rule > 0 || p.rule == -1;
     const int count = threads < height / 4 ? threads : height / 4; // bands of at least four rows
     vq::Workers *workers = count >= 2 ? vq::workersOf(handle) : nullptr;

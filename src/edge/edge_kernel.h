@@ -348,4 +348,82 @@ int64_t demosaicGBRG(const uint8_t *src, uint32_t height, uint32_t width, const 
     return bodyAndBottom(src, h, w, out, line, 3);
 }
 
+// ---- Bands on several threads ----------------------------------------------------------------------------
+//
+// The line is the only state a band takes from the band before it, and it holds greens, which depend on
+// the source alone: a thread that starts at body band s recomputes the line of band s - 2 (running that
+// band with a store that keeps nothing) and goes on from there. Band s also finishes red and blue of row
+// s - 1, whose green the thread above writes; so that no byte has two writers, the thread leaves row s - 1
+// out and the caller completes it afterwards from a copy of the line band s started from.
+
+// A store that keeps nothing.
+struct NullStore {
+    NullStore at(ptrdiff_t) const { return {}; }
+    void put(ptrdiff_t, uint32_t, uint32_t, uint32_t) const {}
+    void putGreen(ptrdiff_t, uint32_t) const {}
+    void putRedBlue(ptrdiff_t, uint32_t, uint32_t, uint32_t) const {}
+};
+
+// A store that keeps only the pixels before its origin (Before) or only those at or after it.
+template <class Store, bool Before>
+struct SplitStore {
+    Store store;
+    ptrdiff_t origin; // in pixels from the store's base
+
+    SplitStore at(ptrdiff_t pixels) const { return {store.at(pixels), origin - pixels}; }
+    bool keeps(ptrdiff_t i) const { return (i < origin) == Before; }
+    void put(ptrdiff_t i, uint32_t r, uint32_t g, uint32_t b) const {
+        if (keeps(i)) store.put(i, r, g, b);
+    }
+    void putGreen(ptrdiff_t i, uint32_t g) const {
+        if (keeps(i)) store.putGreen(i, g);
+    }
+    void putRedBlue(ptrdiff_t i, uint32_t r, uint32_t g, uint32_t b) const {
+        if (keeps(i)) store.putRedBlue(i, r, g, b);
+    }
+};
+
+// The body bands of a frame and where they start: RGGB from row 2, GBRG from row 3, while r < h - 3.
+inline ptrdiff_t firstBodyRow(bool gbrg) { return gbrg ? 3 : 2; }
+inline ptrdiff_t bodyBands(ptrdiff_t h, bool gbrg) {
+    const ptrdiff_t r0 = firstBodyRow(gbrg);
+    return h - 3 > r0 ? (h - 3 - r0 + 1) / 2 : 0;
+}
+
+// One thread's share of demosaicRGGB / demosaicGBRG (h > 4): body bands [firstBand, endBand), plus the
+// first band when firstBand is 0 and the bottom piece when endBand is the last. `line` is the thread's
+// line (the frame's own line for the bottom thread), `entry` receives the line that band firstBand starts
+// from when firstBand is not 0.
+template <class Store>
+void bandsOfThread(const uint8_t *src, ptrdiff_t h, ptrdiff_t w, bool gbrg, const Store &out, ptrdiff_t firstBand,
+                   ptrdiff_t endBand, uint8_t *line, uint8_t *entry) {
+    const ptrdiff_t r0 = firstBodyRow(gbrg);
+    ptrdiff_t r = r0 + 2 * firstBand;
+    if (firstBand == 0) {
+        if (gbrg) runBand<kTopRowsGB>(rowSet(src, h, w, 1), w, out.at(w), line);
+        else runBand<kFirstRows, true>(rowSet(src, h, w, 0), w, out, line);
+    } else {
+        for (ptrdiff_t x = 0; x < w; ++x) line[x] = 0;
+        runBand<kBody>(rowSet(src, h, w, r - 2), w, NullStore{}, line); // the line band r starts from
+        for (ptrdiff_t x = 0; x < w; ++x) entry[x] = line[x];
+        runBand<kBody>(rowSet(src, h, w, r), w, SplitStore<Store, false>{out.at(r * w), 0}, line);
+        r += 2;
+    }
+    const ptrdiff_t end = r0 + 2 * endBand;
+    if (endBand < bodyBands(h, gbrg)) {
+        for (; r < end; r += 2) body(rowSet(src, h, w, r), w, out.at(r * w), line);
+    } else {
+        bodyAndBottom(src, h, w, out, line, r);
+    }
+}
+
+// What a thread left out: row r - 1 of its first band r = first body row + 2 * firstBand, from the line
+// that band started from (used up).
+template <class Store>
+void rowAboveThread(const uint8_t *src, ptrdiff_t h, ptrdiff_t w, bool gbrg, const Store &out, ptrdiff_t firstBand,
+                    uint8_t *entry) {
+    const ptrdiff_t r = firstBodyRow(gbrg) + 2 * firstBand;
+    runBand<kBody>(rowSet(src, h, w, r), w, SplitStore<Store, true>{out.at(r * w), 0}, entry);
+}
+
 } // namespace vq::edge

@@ -57,8 +57,12 @@ struct Table {
 // The table of the active level.
 const Table &table();
 
+// Stores of other types (the edge-directed method's partial stores) have no vector interiors.
 template <class Store>
-const StoreKernels<Store> &kernels();
+const StoreKernels<Store> &kernels() {
+    static const StoreKernels<Store> none{};
+    return none;
+}
 template <> inline const StoreKernels<Bgr8Store> &kernels<Bgr8Store>() { return table().bgr; }
 template <> inline const StoreKernels<Bgra8Store> &kernels<Bgra8Store>() { return table().bgra; }
 template <> inline const StoreKernels<Bgra8KeepAlphaStore> &kernels<Bgra8KeepAlphaStore>() { return table().bgraKeep; }
