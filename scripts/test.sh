@@ -21,5 +21,12 @@ cmake --build build/sanitize -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build/sanitize --output-on-failure -j "$jobs"
 
+echo "== ThreadSanitizer: the parallel entry points, several handles on several threads"
+cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELQORA_BUILD_TOOLS=OFF \
+  -DCMAKE_CXX_FLAGS=-fsanitize=thread -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread \
+  -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread
+cmake --build build/tsan -j "$jobs" --target test_parallel
+TSAN_OPTIONS=halt_on_error=1 build/tsan/tests/test_parallel
+
 echo "== AArch64 cross build, tests under qemu at the scalar and NEON levels"
 bash scripts/test-aarch64.sh
