@@ -8,9 +8,12 @@ bash scripts/setup.sh
 jobs=$(nproc 2>/dev/null || echo 2)
 
 echo "== Release build and tests"
-cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release
+cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELQORA_BUILD_BENCH=ON
 cmake --build build/release -j "$jobs"
 ctest --test-dir build/release --output-on-failure -j "$jobs"
+
+echo "== The benchmark builds and runs (a small frame, one run of each case; not a timing)"
+build/release/bench/velqora_bench --quick > /dev/null
 
 echo "== Install into a temporary prefix; build the example consumer through CMake and pkg-config"
 bash scripts/check-package.sh build/release
