@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <cctype>
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -9,7 +10,9 @@
 #include <cstring>
 #include <filesystem>
 #include <set>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tool.h"
@@ -47,6 +50,8 @@ Output (the type follows the extension: .png, .ppm, .pgm, or .raw for the librar
   -o, --out FILE         the output file (one input)
   -d, --out-dir DIR      write each input to DIR/<input name>.<type> (several inputs)
       --type TYPE        the type written into --out-dir: png (default), ppm, pgm or raw
+  -j, --threads N        threads to use (default 0: one per core); one input is split across them,
+                         several inputs are converted side by side, one a thread
   -q, --quiet            no progress lines
 Other:
       --demo OUTDIR      synthesise a test chart, demosaic it with every method and Bayer phase,
@@ -65,6 +70,7 @@ struct Options {
     int64_t width = -1, height = -1, stride = -1;
     Method method = Method::Edge;
     bool u16 = false, quiet = false;
+    int64_t threads = 0; // 0: one per hardware thread
 };
 
 [[noreturn]] void usageError(const std::string &line) { throw Failure(kExitUsage, line + " (see --help)"); }
@@ -129,6 +135,8 @@ Options parseArgs(int argc, char **argv, bool &done) {
             o.type = next();
         } else if (arg == "--u16") {
             o.u16 = true;
+        } else if (arg == "-j" || arg == "--threads") {
+            o.threads = parseCount("--threads", next());
         } else if (arg == "-q" || arg == "--quiet") {
             o.quiet = true;
         } else if (arg == "--demo") {
@@ -327,14 +335,18 @@ public:
     Converter8(const Converter8 &) = delete;
     Converter8 &operator=(const Converter8 &) = delete;
 
-    void convert(LoadedInput &in, Method method, const OutputFormat &of, const std::string &outPath, FileKind kind) {
+    // Converts one frame on `threads` threads and writes it; returns the milliseconds spent demosaicing.
+    double convert(LoadedInput &in, Method method, const OutputFormat &of, const std::string &outPath, FileKind kind,
+                   uint32_t threads) {
         const uint64_t config = of.code;
         int32_t status = vqpDemosaicSetConfig(handle_, &config);
         const size_t n = size_t(in.width) * size_t(in.height);
         std::vector<uint8_t> px(n * size_t(of.bytesPerPixel));
         ImageFrame src{in.height, in.width, in.format.code, in.bytes.data(), int32_t(in.stride)};
         ImageFrame dst{0, 0, 0, px.data(), 0};
-        if (status == VQP_OK) status = vqpDemosaicing(handle_, &src, uint32_t(method), &dst);
+        const auto start = std::chrono::steady_clock::now();
+        if (status == VQP_OK) status = vqpDemosaicingParallel(handle_, &src, uint32_t(method), &dst, threads);
+        const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
         if (status != VQP_OK) throw Failure(kExitLibrary, in.path + ": " + libraryProblem(status, in, of));
 
         AtomicFile file(outPath);
@@ -349,7 +361,10 @@ public:
                 writePnm(file, in.width, in.height, channels, 8, ordered.data());
         }
         file.commit();
+        return ms;
     }
+
+    ProcessingHandle *handle() const { return handle_; }
 
 private:
     ProcessingHandle *handle_ = nullptr;
@@ -409,35 +424,68 @@ int run(const Options &o) {
         checkKindFits(kind, of);
     }
 
-    Converter8 converter;
-    int exitCode = kExitOk;
+    // One input is split across the threads; several are converted side by side, one a thread, in waves
+    // whose lines are printed in input order.
     const size_t total = o.inputs.size();
-    for (size_t i = 0; i < total; ++i) {
+    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    const size_t threads = o.threads > 0 ? size_t(o.threads) : cores;
+    const size_t lanes = total > 1 ? std::min(threads, total) : 1;
+    const uint32_t threadsPerFrame = total > 1 ? 1u : uint32_t(threads);
+    std::vector<std::unique_ptr<Converter8>> converters;
+    for (size_t k = 0; k < lanes; ++k) converters.push_back(std::make_unique<Converter8>());
+    struct Outcome {
+        std::string line;  // the progress line, or the failure's message
+        int exitCode = kExitOk;
+        bool usage = false;
+    };
+    const auto convertOne = [&](size_t i, Converter8 &converter) -> Outcome {
+        Outcome r;
         try {
             const auto start = std::chrono::steady_clock::now();
             LoadedInput in = loadInput(o.inputs[i], o);
-            if (o.u16)
-                convertU16(in, o.method, outPaths[i], kind);
-            else
-                converter.convert(in, o.method, of, outPaths[i], kind);
+            const double demosaicMs =
+                o.u16 ? convertU16(in, o.method, outPaths[i], kind, converter.handle(), threadsPerFrame)
+                      : converter.convert(in, o.method, of, outPaths[i], kind, threadsPerFrame);
             const double ms =
                 std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-            if (!o.quiet) {
-                if (total > 1) std::printf("[%zu/%zu] ", i + 1, total);
-                std::printf("%s -> %s (%d x %d %s, %s, %.1f ms)\n", o.inputs[i].c_str(), outPaths[i].c_str(), in.width,
-                            in.height, in.format.name.c_str(), methodName(o.method), ms);
-                std::fflush(stdout);
-            }
+            char text[160];
+            std::snprintf(text, sizeof text, " (%d x %d %s, %s, demosaic %.1f ms, %.1f ms with reading and writing)",
+                          in.width, in.height, in.format.name.c_str(), methodName(o.method), demosaicMs, ms);
+            char counter[48] = "";
+            if (total > 1) std::snprintf(counter, sizeof counter, "[%zu/%zu] ", i + 1, total);
+            r.line = counter;
+            r.line += o.inputs[i];
+            r.line += " -> ";
+            r.line += outPaths[i];
+            r.line += text;
         } catch (const Failure &f) {
-            if (f.exitCode == kExitUsage) throw;
-            std::fflush(stdout);
+            r.exitCode = f.exitCode;
+            r.usage = f.exitCode == kExitUsage;
             const std::string line = f.what();
             // Messages that do not start with the input's name get it in front.
-            if (line.rfind(o.inputs[i], 0) == 0)
-                std::fprintf(stderr, "velqora-convert: %s\n", line.c_str());
-            else
-                std::fprintf(stderr, "velqora-convert: %s: %s\n", o.inputs[i].c_str(), line.c_str());
-            if (exitCode == kExitOk) exitCode = f.exitCode;
+            r.line = line.rfind(o.inputs[i], 0) == 0 ? line : o.inputs[i] + ": " + line;
+        }
+        return r;
+    };
+    int exitCode = kExitOk;
+    for (size_t first = 0; first < total; first += lanes) {
+        const size_t count = std::min(lanes, total - first);
+        std::vector<Outcome> outcomes(count);
+        std::vector<std::thread> workers;
+        for (size_t k = 1; k < count; ++k)
+            workers.emplace_back([&, k] { outcomes[k] = convertOne(first + k, *converters[k]); });
+        outcomes[0] = convertOne(first, *converters[0]);
+        for (std::thread &t : workers) t.join();
+        for (const Outcome &r : outcomes) {
+            if (r.usage) throw Failure(kExitUsage, r.line);
+            if (r.exitCode != kExitOk) {
+                std::fflush(stdout);
+                std::fprintf(stderr, "velqora-convert: %s\n", r.line.c_str());
+                if (exitCode == kExitOk) exitCode = r.exitCode;
+            } else if (!o.quiet) {
+                std::printf("%s\n", r.line.c_str());
+                std::fflush(stdout);
+            }
         }
     }
     if (total > 1 && exitCode != kExitOk && !o.quiet) std::printf("some inputs failed; the others were written\n");

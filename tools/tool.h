@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "velqora.h"
+
 namespace vqtool {
 
 // Exit codes of the tool.
@@ -112,6 +114,8 @@ struct LoadedInput {
     std::vector<uint8_t> bytes; // the frame as the library reads it, with zeroed slack at the end
 };
 
-void convertU16(const LoadedInput &in, Method method, const std::string &outPath, FileKind kind);
+// The 16-bit mode on `threads` threads of `handle`; returns the milliseconds spent demosaicing.
+double convertU16(const LoadedInput &in, Method method, const std::string &outPath, FileKind kind,
+                  ProcessingHandle *handle, uint32_t threads);
 
 } // namespace vqtool

@@ -1,5 +1,6 @@
 // The 16-bit mode: Bayer frames of 10 to 16 bits are demosaiced at full depth by the library's 16-bit
 // entry points (bilinear for RGGB, edge-directed for every phase) into 16-bit PNG, PPM or raw files.
+#include <chrono>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -49,7 +50,8 @@ uint16_t widen(uint32_t v, int bits) {
 
 } // namespace
 
-void convertU16(const LoadedInput &in, Method method, const std::string &outPath, FileKind kind) {
+double convertU16(const LoadedInput &in, Method method, const std::string &outPath, FileKind kind,
+                  ProcessingHandle *handle, uint32_t threads) {
     const InputFormat &f = in.format;
     if (f.phase[0] == '\0')
         throw Failure(kExitUsage, f.name + " is monochrome: the 16-bit mode demosaics Bayer frames, leave out --u16");
@@ -67,17 +69,18 @@ void convertU16(const LoadedInput &in, Method method, const std::string &outPath
     const std::vector<uint16_t> src = fullDepthSamples(in);
     const uint32_t h = uint32_t(in.height), w = uint32_t(in.width);
     std::vector<uint16_t> bgr(size_t(3) * src.size());
+    const auto start = std::chrono::steady_clock::now();
     int32_t status = VQP_OK;
-    if (method == Method::Bilinear)
-        status = vqpDemosaicingBilinearU16(src.data(), h, w, bgr.data());
-    else if (phase == "RG")
-        status = demosaicingEdgeRGGBU16(src.data(), h, w, bgr.data());
-    else if (phase == "GR")
-        status = demosaicingEdgeGRBGU16(src.data(), h, w, bgr.data());
-    else if (phase == "GB")
-        status = demosaicingEdgeGBRGU16(src.data(), h, w, bgr.data());
-    else
-        status = demosaicingEdgeBGGRU16(src.data(), h, w, bgr.data());
+    if (method == Method::Bilinear) {
+        status = vqpDemosaicingBilinearU16Parallel(handle, src.data(), h, w, bgr.data(), threads);
+    } else {
+        const uint32_t phaseCode = phase == "RG"   ? VQP_PIXEL_FORMAT_BAYER_RG16
+                                   : phase == "GR" ? VQP_PIXEL_FORMAT_BAYER_GR16
+                                   : phase == "GB" ? VQP_PIXEL_FORMAT_BAYER_GB16
+                                                   : VQP_PIXEL_FORMAT_BAYER_BG16;
+        status = vqpDemosaicingEdgeU16Parallel(handle, src.data(), h, w, bgr.data(), phaseCode, threads);
+    }
+    const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     if (status != VQP_OK) {
         const std::string what = status == VQP_ERR_BAD_DIMENSIONS
                                      ? "a " + std::to_string(w) + " x " + std::to_string(h) +
@@ -109,6 +112,7 @@ void convertU16(const LoadedInput &in, Method method, const std::string &outPath
             writePnm(file, in.width, in.height, 3, 16, rgb.data(), f.bits);
     }
     file.commit();
+    return ms;
 }
 
 } // namespace vqtool

@@ -272,6 +272,35 @@ TEST_F(ToolTest, BatchIntoDirectory) {
     EXPECT_EQ(written, (std::vector<std::string>{"a.png", "c.png"}));
 }
 
+// Threads change nothing in the files: one frame split across threads, and a batch converted side by
+// side, give the bytes of one thread, with the progress lines in input order.
+TEST_F(ToolTest, ThreadsGiveTheSameFiles) {
+    std::mt19937 rng(9);
+    const Format &f = kFormats[8]; // BayerRG8
+    for (const char *name : {"a.raw", "b.raw", "c.raw"}) write(path(name), randomFrame(f, 256, 300, 300, rng));
+    const auto convert = [&](const std::string &threads, const std::string &out) {
+        std::vector<std::string> args = {"-f", "BayerRG8", "-W", "300", "-H", "256", "--threads",
+                                         threads, "--type", "raw", "--out-dir", path(out), path("a.raw"),
+                                         path("b.raw"), path("c.raw")};
+        const Result r = run(args);
+        EXPECT_EQ(r.exitCode, 0) << r.err;
+        const size_t first = r.out.find("[1/3]"), second = r.out.find("[2/3]"), third = r.out.find("[3/3]");
+        EXPECT_TRUE(first < second && second < third) << r.out;
+        EXPECT_NE(r.out.find("demosaic "), std::string::npos) << r.out;
+    };
+    convert("1", "one");
+    convert("3", "three");
+    for (const char *name : {"a.raw", "b.raw", "c.raw"})
+        EXPECT_EQ(bytes(path(std::string("one/") + name)), bytes(path(std::string("three/") + name))) << name;
+    for (const char *threads : {"1", "2"}) {
+        const Result r = run({"-f", "BayerRG8", "-W", "300", "-H", "256", "--threads", threads, "-o",
+                              path(std::string("single") + threads + ".raw"), path("a.raw")});
+        EXPECT_EQ(r.exitCode, 0) << r.err;
+    }
+    EXPECT_EQ(bytes(path("single1.raw")), bytes(path("single2.raw")));
+    EXPECT_EQ(bytes(path("single1.raw")), bytes(path("one/a.raw")));
+}
+
 // The demo needs no input: it writes its pictures and reports every method.
 TEST_F(ToolTest, DemoFinishes) {
     const Result r = run({"--demo", path("demo")});
