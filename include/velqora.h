@@ -327,4 +327,22 @@ VQP_EXTERN void edgeLastRowsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t
 VQP_EXTERN void edgeLastColsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
                                     int32_t firstColumnLeft, int32_t maximum);
 
+/* ---- Version, status names, output sizes ---------------------------------------------------- */
+/* The version of this header; vqpVersion() gives the loaded library's, as (major << 16) | (minor << 8)
+ * | patch, and vqpVersionString() as "major.minor.patch". */
+#define VQP_VERSION_MAJOR 0
+#define VQP_VERSION_MINOR 2
+#define VQP_VERSION_PATCH 0
+#define VQP_VERSION_STRING "0.2.0"
+VQP_EXTERN uint32_t vqpVersion(void);
+VQP_EXTERN const char *vqpVersionString(void);
+/* The name of a status code ("VQP_ERR_BAD_DIMENSIONS") and a short message for it; constant strings.
+ * A code the library never returns gives "VQP_ERR_UNKNOWN" and "not a status code of this library". */
+VQP_EXTERN const char *vqpStatusName(int32_t status);
+VQP_EXTERN const char *vqpStatusMessage(int32_t status);
+/* Bytes the output buffer of vqpDemosaicing needs for a frame of this size in output format
+ * `pixelFormat`: 3, 4 or 1 bytes a pixel, or three planes. 0 for a format the library does not write
+ * and for sizes it refuses (height or width of 3 or less, more than 2147483647 pixels). */
+VQP_EXTERN uint64_t vqpOutputSize(int32_t height, int32_t width, uint64_t pixelFormat);
+
 #endif /* VELQORA_H */

@@ -107,3 +107,30 @@ TEST(OutputHelpers, BmpAdjustPadsRowsToFourBytes) {
     EXPECT_EQ(vqpBMPAdjust(h, &small), VQP_ERR_NULL_ARGUMENT);
     vqpRelease(&h);
 }
+
+TEST(Info, VersionStatusNamesAndOutputSizes) {
+    EXPECT_EQ(vqpVersion(), (uint32_t(VQP_VERSION_MAJOR) << 16) | (VQP_VERSION_MINOR << 8) | VQP_VERSION_PATCH);
+    EXPECT_STREQ(vqpVersionString(), VQP_VERSION_STRING);
+    const std::pair<int32_t, const char *> names[] = {{0, "VQP_OK"},
+                                                      {-111, "VQP_ERR_NULL_ARGUMENT"},
+                                                      {-117, "VQP_ERR_OUT_OF_MEMORY"},
+                                                      {-104, "VQP_ERR_BAD_DIMENSIONS"},
+                                                      {-102, "VQP_ERR_UNSUPPORTED_INPUT_FORMAT"},
+                                                      {-107, "VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT"},
+                                                      {-1, "VQP_ERR_UNKNOWN"},
+                                                      {1, "VQP_ERR_UNKNOWN"}};
+    for (const auto &[status, name] : names) {
+        EXPECT_STREQ(vqpStatusName(status), name);
+        EXPECT_NE(std::string(vqpStatusMessage(status)), "");
+    }
+    EXPECT_NE(std::string(vqpStatusMessage(-104)), vqpStatusMessage(-102));
+    EXPECT_EQ(vqpOutputSize(3000, 4096, VQP_PIXEL_FORMAT_BGR8), 36864000u);
+    EXPECT_EQ(vqpOutputSize(5, 7, VQP_PIXEL_FORMAT_RGBA8), 140u);
+    EXPECT_EQ(vqpOutputSize(5, 7, VQP_PIXEL_FORMAT_BGR8_PLANAR), 105u);
+    EXPECT_EQ(vqpOutputSize(5, 7, VQP_PIXEL_FORMAT_MONO8), 35u);
+    EXPECT_EQ(vqpOutputSize(46341, 46341, VQP_PIXEL_FORMAT_MONO8), 0u); // past 2^31 pixels
+    EXPECT_EQ(vqpOutputSize(46340, 46340, VQP_PIXEL_FORMAT_RGBA8), 4ull * 46340 * 46340);
+    EXPECT_EQ(vqpOutputSize(3, 7, VQP_PIXEL_FORMAT_BGR8), 0u);
+    EXPECT_EQ(vqpOutputSize(7, -5, VQP_PIXEL_FORMAT_BGR8), 0u);
+    EXPECT_EQ(vqpOutputSize(7, 7, VQP_PIXEL_FORMAT_BAYER_RG8), 0u); // not an output format
+}
