@@ -10,6 +10,11 @@ command -v cc >/dev/null 2>&1 || need+=(gcc)
 command -v pkg-config >/dev/null 2>&1 || need+=(pkg-config)
 [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
 [ -f /usr/include/png.h ] || need+=(libpng-dev)
+# The Python module: Debian's interpreter with numpy, pybind11, pytest and the headers.
+/usr/bin/python3 -c "import numpy" >/dev/null 2>&1 || need+=(python3-numpy)
+/usr/bin/python3 -c "import pybind11" >/dev/null 2>&1 || need+=(python3-pybind11)
+/usr/bin/python3 -c "import pytest" >/dev/null 2>&1 || need+=(python3-pytest)
+[ -n "$(ls /usr/include/python3*/Python.h 2>/dev/null)" ] || need+=(python3-dev)
 
 if [ ${#need[@]} -gt 0 ]; then
   echo "setup: installing ${need[*]}"

@@ -1,0 +1,280 @@
+"""Demosaicing of raw machine-vision camera frames on numpy arrays.
+
+    import velqora
+    bgr = velqora.demosaic(raw, "BayerRG8")                 # (H, W, 3) uint8, B, G, R
+    rgb = velqora.demosaic(raw, "BayerRG12", "bilinear", "RGB8")
+    img16 = velqora.demosaic16(raw16, "RGGB")               # (H, W, 3) uint16, B, G, R
+
+Input formats are named by their PFNC names (``"BayerGB10"``, ``"Mono12Packed"``, ...) or given by code;
+``velqora.INPUT_FORMATS`` lists them. Methods: ``"nearest"``, ``"bilinear"``, ``"edge"`` (edge-directed,
+the default). Output formats: ``"BGR8"``, ``"RGB8"``, ``"BGRA8"``, ``"RGBA8"``, ``"RGB8_Planar"``,
+``"BGR8_Planar"``, ``"Mono8"``.
+
+Every call runs with the GIL released; a :class:`Demosaicer` keeps its scratch memory between frames, and
+several Demosaicers convert in parallel threads. Errors raise :class:`velqora.Error`.
+"""
+
+from __future__ import annotations
+
+import threading
+
+import numpy as np
+
+from . import _velqora
+
+__all__ = ["Error", "Demosaicer", "demosaic", "demosaic16", "INPUT_FORMATS", "OUTPUT_FORMATS", "METHODS",
+           "__version__"]
+
+__version__ = _velqora.version()
+
+INPUT_FORMATS = {
+    "Mono8": 0x01080001, "Mono10": 0x01100003, "Mono12": 0x01100005, "Mono14": 0x01100025,
+    "Mono16": 0x01100007, "Mono10Packed": 0x010C0004, "Mono12Packed": 0x010C0006,
+    "BayerGR8": 0x01080008, "BayerRG8": 0x01080009, "BayerGB8": 0x0108000A, "BayerBG8": 0x0108000B,
+    "BayerGR10": 0x0110000C, "BayerRG10": 0x0110000D, "BayerGB10": 0x0110000E, "BayerBG10": 0x0110000F,
+    "BayerGR12": 0x01100010, "BayerRG12": 0x01100011, "BayerGB12": 0x01100012, "BayerBG12": 0x01100013,
+    "BayerGR16": 0x0110002E, "BayerRG16": 0x0110002F, "BayerGB16": 0x01100030, "BayerBG16": 0x01100031,
+    "BayerGR10Packed": 0x010C0026, "BayerRG10Packed": 0x010C0027, "BayerGB10Packed": 0x010C0028,
+    "BayerBG10Packed": 0x010C0029, "BayerGR12Packed": 0x010C002A, "BayerRG12Packed": 0x010C002B,
+    "BayerGB12Packed": 0x010C002C, "BayerBG12Packed": 0x010C002D,
+}
+OUTPUT_FORMATS = {
+    "RGB8": 0x02180014, "BGR8": 0x02180015, "RGBA8": 0x02200016, "BGRA8": 0x02200017,
+    "RGB8_Planar": 0x02180021, "BGR8_Planar": 0x02180025, "Mono8": 0x01080001,
+}
+METHODS = {"nearest": 0, "bilinear": 1, "edge": 2}
+_PATTERNS = {"RGGB": 0x01080009, "GRBG": 0x01080008, "GBRG": 0x0108000A, "BGGR": 0x0108000B}
+_CODE_NAMES = {code: name for name, code in INPUT_FORMATS.items()}
+
+
+class Error(ValueError):
+    """A frame or argument that cannot be converted. ``status`` is the library's status code and ``name``
+    its name (``"VQP_ERR_BAD_DIMENSIONS"``); both are None when the module refused the arguments itself."""
+
+    def __init__(self, message: str, status: int | None = None):
+        self.status = status
+        self.name = _velqora.status_name(status) if status is not None else None
+        super().__init__(f"{message} [{self.name}, {status}]" if status is not None else message)
+
+
+def _lookup(table: dict, value, what: str, hint: str) -> int:
+    if isinstance(value, str):
+        if value in table:
+            return table[value]
+        raise Error(f"unknown {what} {value!r}: use one of {', '.join(table)}{hint}")
+    if isinstance(value, (int, np.integer)) and int(value) in table.values():
+        return int(value)
+    raise Error(f"unknown {what} {value!r}: give a name ({', '.join(list(table)[:4])}, ...) or its code{hint}")
+
+
+def _input_kind(code: int) -> tuple[int, bool]:
+    """Sample bits of the container (8 or 16) and whether the format is packed."""
+    group = code & 0x00FF0000
+    return (8, False) if group == 0x00080000 else (16, False) if group == 0x00100000 else (12, True)
+
+
+def _output_shape(config: int, height: int, width: int) -> tuple[int, ...]:
+    if config in (0x02180014, 0x02180015):
+        return (height, width, 3)
+    if config in (0x02200016, 0x02200017):
+        return (height, width, 4)
+    if config in (0x02180021, 0x02180025):
+        return (3, height, width)
+    return (height, width)
+
+
+def _check_out(out, shape: tuple[int, ...], dtype) -> np.ndarray:
+    if not isinstance(out, np.ndarray):
+        raise Error(f"out= must be a numpy array of shape {shape} and dtype {np.dtype(dtype).name}")
+    if out.shape != shape or out.dtype != dtype:
+        raise Error(f"out= has shape {out.shape} and dtype {out.dtype}; this frame needs shape {shape} and "
+                    f"dtype {np.dtype(dtype).name}")
+    if not out.flags.c_contiguous or not out.flags.writeable:
+        raise Error("out= must be C-contiguous and writeable: pass np.empty(shape, dtype) or a contiguous slice")
+    return out
+
+
+def _status_error(status: int, what: str) -> Error:
+    advice = {
+        -104: "frames need at least 4 rows and 4 columns, a stride of at least 4 bytes, and fewer than 2**31 pixels",
+        -102: "the input format is not one the library accepts; see velqora.INPUT_FORMATS",
+        -107: "the output format is not one the library writes; see velqora.OUTPUT_FORMATS",
+        -117: "the memory this frame needs could not be allocated: free memory or convert smaller frames",
+        -111: "the Demosaicer is closed: create a new one",
+    }.get(status, _velqora.status_message(status))
+    return Error(f"{what}: {advice}", status)
+
+
+def _prepare_input(raw, code: int, width, height, stride):
+    """The buffer the library reads, with height, width and stride in bytes. Never returns the caller's
+    memory where the library would write into it (padded 8-bit rows are compacted in place)."""
+    bits, packed = _input_kind(code)
+    name = _CODE_NAMES[code]
+    if not isinstance(raw, np.ndarray):
+        raw = np.asarray(raw)
+    if packed:
+        if raw.dtype != np.uint8 or raw.ndim != 1:
+            raise Error(f"{name} is packed (two samples in three bytes): pass the frame's bytes as a 1-D uint8 "
+                        f"array with width= and height=, not a {raw.ndim}-D {raw.dtype} array")
+        if width is None or height is None:
+            raise Error(f"{name} is packed: say the frame's size with width= and height=")
+        width, height = int(width), int(height)
+        if stride is None:
+            stride = width + (width >> 1)
+        stride = int(stride)
+        buf = np.ascontiguousarray(raw)
+        if width < 4 or height < 4:
+            return buf, height, width, stride  # the library refuses the size
+        # Contiguous rows are one run of pairs; a trailing half pair has two bytes.
+        n = width * height if stride == width + (width >> 1) else width
+        need = 3 * (n >> 1) + 2 * (n & 1) + (0 if n != width else stride * (height - 1))
+        if buf.nbytes < need:
+            raise Error(f"a {width} x {height} {name} frame with a stride of {stride} bytes needs {need} bytes; "
+                        f"the buffer holds {buf.nbytes}: check width=, height=, stride= and the format")
+        if buf.nbytes == need and (n & 1):  # a last half pair: give the reader a byte of slack
+            buf = np.concatenate([buf, np.zeros(1, np.uint8)])
+        return buf, height, width, stride
+    want = np.uint8 if bits == 8 else np.uint16
+    if raw.ndim != 2 or raw.dtype != want:
+        raise Error(f"{name} frames are 2-D {np.dtype(want).name} arrays (height, width); got a {raw.ndim}-D "
+                    f"{raw.dtype} array")
+    h, w = raw.shape
+    if (width is not None and int(width) != w) or (height is not None and int(height) != h):
+        raise Error(f"the array is {w} wide and {h} high: leave out width= and height= for 2-D arrays, "
+                    "or slice the array")
+    if stride is not None:
+        raise Error("stride= applies to packed formats given as bytes; a 2-D array carries its own stride")
+    itemsize = raw.dtype.itemsize
+    rows_ok = raw.strides[1] == itemsize and raw.strides[0] >= w * itemsize
+    if bits == 8:
+        # The library compacts padded 8-bit rows in place: it only ever sees a private, packed copy.
+        if not raw.flags.c_contiguous:
+            raw = np.ascontiguousarray(raw)
+        elif rows_ok and raw.strides[0] != w:
+            raw = raw.copy()
+        return raw, h, w, w
+    if not rows_ok:
+        raw = np.ascontiguousarray(raw)
+    return raw, h, w, int(raw.strides[0])
+
+
+class Demosaicer:
+    """A reusable converter: owns a library handle, whose scratch memory (and worker threads, when
+    ``threads`` is not 1) are kept from frame to frame. Use one per thread, or as a context manager::
+
+        with velqora.Demosaicer(threads=0) as d:
+            for raw in frames:
+                d.demosaic(raw, "BayerRG12", out=buffer)
+
+    ``threads``: 1 (the default) converts on the calling thread; 0 uses one thread per core; N uses N.
+    The output is the same for every value.
+    """
+
+    def __init__(self, threads: int = 1):
+        if int(threads) < 0:
+            raise Error("threads= must be 0 (one per core) or a positive count")
+        self.threads = int(threads)
+        self._handle = _velqora.Handle()
+        self._lock = threading.Lock()
+
+    def close(self) -> None:
+        """Releases the handle (and joins its threads); later calls raise Error."""
+        self._handle.close()
+
+    def __enter__(self) -> "Demosaicer":
+        return self
+
+    def __exit__(self, *exc) -> None:
+        self.close()
+
+    def demosaic(self, raw, fmt, method="edge", output="BGR8", *, width=None, height=None, stride=None,
+                 out=None) -> np.ndarray:
+        """Converts one frame; see :func:`velqora.demosaic`."""
+        code = _lookup(INPUT_FORMATS, fmt, "input format", "")
+        m = _lookup(METHODS, method, "method", "")
+        config = _lookup(OUTPUT_FORMATS, output, "output format", "")
+        buf, h, w, row_bytes = _prepare_input(raw, code, width, height, stride)
+        shape = _output_shape(config, h, w)
+        if out is not None:
+            result = _check_out(out, shape, np.uint8)
+        elif m == 2 and len(shape) == 3 and shape[2] == 4:
+            result = np.zeros(shape, np.uint8)  # the edge-directed method leaves the fourth byte alone
+        else:
+            result = np.empty(shape, np.uint8)
+        status = self._handle.demosaic(buf, h, w, row_bytes, code, m, config, result, self.threads)
+        if status != 0:
+            raise _status_error(status, f"a {w} x {h} {_CODE_NAMES[code]} frame")
+        return result
+
+    def demosaic16(self, raw16, pattern, method="edge", planar=False, out=None) -> np.ndarray:
+        """Converts one frame at full depth; see :func:`velqora.demosaic16`."""
+        if pattern not in _PATTERNS:
+            raise Error(f"unknown pattern {pattern!r}: use RGGB, GRBG, GBRG or BGGR")
+        m = _lookup(METHODS, method, "method", "")
+        if m == 0:
+            raise Error("the 16-bit path has no nearest method: use 'bilinear' (RGGB) or 'edge'")
+        if m == 1 and pattern != "RGGB":
+            raise Error(f"16-bit bilinear takes RGGB mosaics only; use method='edge' for {pattern}")
+        if m == 2 and planar:
+            raise Error("planar 16-bit output exists for the bilinear method only; use "
+                        "np.moveaxis(result, 2, 0) on the edge-directed result")
+        raw16 = np.asarray(raw16)
+        if raw16.ndim != 2 or raw16.dtype != np.uint16:
+            raise Error(f"demosaic16 takes a 2-D uint16 array (height, width); got a {raw16.ndim}-D {raw16.dtype} array")
+        raw16 = np.ascontiguousarray(raw16)
+        h, w = raw16.shape
+        shape = (3, h, w) if planar else (h, w, 3)
+        result = np.empty(shape, np.uint16) if out is None else _check_out(out, shape, np.uint16)
+        status = self._handle.demosaic16(raw16, h, w, _PATTERNS[pattern], m, bool(planar), result, self.threads)
+        if status != 0:
+            raise _status_error(status, f"a {w} x {h} 16-bit {pattern} frame")
+        return result
+
+
+_local = threading.local()
+
+
+def _default() -> Demosaicer:
+    d = getattr(_local, "demosaicer", None)
+    if d is None:
+        d = _local.demosaicer = Demosaicer()
+    return d
+
+
+def demosaic(raw, fmt, method="edge", output="BGR8", *, width=None, height=None, stride=None, out=None,
+             threads: int = 1) -> np.ndarray:
+    """Demosaics one camera frame into 8-bit colour (or grey).
+
+    raw: a 2-D uint8 (8-bit formats) or uint16 (10 to 16-bit formats, one sample a value) array, whose
+        rows may be padded (a slice or strided view); or, for packed formats, a 1-D uint8 array of the
+        frame's bytes with ``width=`` and ``height=`` (``stride=`` in bytes when rows are padded).
+    fmt: the input pixel format, a PFNC name such as ``"BayerRG12Packed"`` or its code.
+    method: ``"nearest"``, ``"bilinear"`` or ``"edge"`` (edge-directed).
+    output: ``"BGR8"`` / ``"RGB8"`` give (H, W, 3), ``"BGRA8"`` / ``"RGBA8"`` (H, W, 4) with 0 in the fourth
+        byte, ``"RGB8_Planar"`` / ``"BGR8_Planar"`` (3, H, W), ``"Mono8"`` (H, W); all uint8. The
+        edge-directed method does not write the fourth byte: it stays as it was (0 in a new array), except
+        in the last ``width`` bytes, where the library keeps a work line.
+    out: an array of that shape, uint8, C-contiguous, written instead of allocating a new one.
+    threads: 1 (default) on the calling thread, 0 one per core, N threads; the result is the same.
+
+    The caller's array is never modified. Raises velqora.Error for arguments or frames the library refuses.
+    """
+    if threads == 1:
+        return _default().demosaic(raw, fmt, method, output, width=width, height=height, stride=stride, out=out)
+    with Demosaicer(threads) as d:
+        return d.demosaic(raw, fmt, method, output, width=width, height=height, stride=stride, out=out)
+
+
+def demosaic16(raw16, pattern, method="edge", planar=False, out=None, *, threads: int = 1) -> np.ndarray:
+    """Demosaics a 16-bit Bayer frame at full depth.
+
+    raw16: a 2-D uint16 array (height, width), one sample a value. pattern: ``"RGGB"``, ``"GRBG"``, ``"GBRG"`` or
+    ``"BGGR"``. method: ``"edge"`` (any pattern; interpolated values are clamped at 4095 for RGGB and 65535
+    for the others) or ``"bilinear"`` (RGGB only). Returns (H, W, 3) uint16 in the order B, G, R, or with
+    ``planar=True`` (bilinear only) three planes (3, H, W) in the order B, G, R. ``out=`` as for
+    :func:`demosaic`, uint16.
+    """
+    if threads == 1:
+        return _default().demosaic16(raw16, pattern, method, planar, out)
+    with Demosaicer(threads) as d:
+        return d.demosaic16(raw16, pattern, method, planar, out)

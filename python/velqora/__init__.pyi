@@ -1,0 +1,36 @@
+from typing import Literal, Mapping, Optional, Union
+
+import numpy as np
+import numpy.typing as npt
+
+__version__: str
+INPUT_FORMATS: Mapping[str, int]
+OUTPUT_FORMATS: Mapping[str, int]
+METHODS: Mapping[str, int]
+
+Method = Union[Literal["nearest", "bilinear", "edge"], int]
+Output = Union[Literal["BGR8", "RGB8", "BGRA8", "RGBA8", "RGB8_Planar", "BGR8_Planar", "Mono8"], int]
+Pattern = Literal["RGGB", "GRBG", "GBRG", "BGGR"]
+
+class Error(ValueError):
+    status: Optional[int]
+    name: Optional[str]
+    def __init__(self, message: str, status: Optional[int] = ...) -> None: ...
+
+class Demosaicer:
+    threads: int
+    def __init__(self, threads: int = ...) -> None: ...
+    def close(self) -> None: ...
+    def __enter__(self) -> "Demosaicer": ...
+    def __exit__(self, *exc: object) -> None: ...
+    def demosaic(self, raw: npt.ArrayLike, fmt: Union[str, int], method: Method = ..., output: Output = ..., *,
+                 width: Optional[int] = ..., height: Optional[int] = ..., stride: Optional[int] = ...,
+                 out: Optional[npt.NDArray[np.uint8]] = ...) -> npt.NDArray[np.uint8]: ...
+    def demosaic16(self, raw16: npt.ArrayLike, pattern: Pattern, method: Method = ..., planar: bool = ...,
+                   out: Optional[npt.NDArray[np.uint16]] = ...) -> npt.NDArray[np.uint16]: ...
+
+def demosaic(raw: npt.ArrayLike, fmt: Union[str, int], method: Method = ..., output: Output = ..., *,
+             width: Optional[int] = ..., height: Optional[int] = ..., stride: Optional[int] = ...,
+             out: Optional[npt.NDArray[np.uint8]] = ..., threads: int = ...) -> npt.NDArray[np.uint8]: ...
+def demosaic16(raw16: npt.ArrayLike, pattern: Pattern, method: Method = ..., planar: bool = ...,
+               out: Optional[npt.NDArray[np.uint16]] = ..., *, threads: int = ...) -> npt.NDArray[np.uint16]: ...

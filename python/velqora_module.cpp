@@ -1,0 +1,82 @@
+// The Python extension velqora._velqora: a handle object whose calls take numpy arrays that the Python
+// layer (velqora/__init__.py) has already checked, and run the library with the GIL released. One lock a
+// handle keeps two Python threads from using the same handle at once.
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+
+#include <cstdint>
+#include <mutex>
+#include <stdexcept>
+
+#include "velqora.h"
+
+namespace py = pybind11;
+
+namespace {
+
+class Handle {
+public:
+    Handle() {
+        const int32_t status = vqpCreate(&handle_);
+        if (status != VQP_OK) throw std::runtime_error(std::string("cannot create a handle: ") + vqpStatusName(status));
+    }
+    ~Handle() { close(); }
+    Handle(const Handle &) = delete;
+    Handle &operator=(const Handle &) = delete;
+
+    void close() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (handle_ != nullptr) vqpRelease(&handle_);
+    }
+
+    // `raw`: the input bytes (any dtype; the caller passes the buffer the library may read from, its
+    // first byte at the first sample); `out`: a C-contiguous uint8 array of the output's size.
+    int32_t demosaic(py::array raw, int32_t height, int32_t width, int32_t stride, uint32_t code, uint32_t method,
+                     uint64_t config, py::array out, uint32_t threads) {
+        void *in = const_cast<void *>(raw.data());
+        void *dst = out.mutable_data();
+        py::gil_scoped_release release;
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (handle_ == nullptr) return VQP_ERR_NULL_ARGUMENT;
+        int32_t status = vqpDemosaicSetConfig(handle_, &config);
+        if (status != VQP_OK) return status;
+        ImageFrame fi{height, width, code, in, stride}, fo{0, 0, 0, dst, 0};
+        return threads == 1 ? vqpDemosaicing(handle_, &fi, method, &fo)
+                            : vqpDemosaicingParallel(handle_, &fi, method, &fo, threads);
+    }
+
+    // 16-bit path: `raw` rows packed; `out` (H, W, 3) or (3, H, W) uint16, C-contiguous. `phase` is a
+    // Bayer pixel-format code; method 1 bilinear (RGGB), 2 edge-directed.
+    int32_t demosaic16(py::array raw, uint32_t height, uint32_t width, uint32_t phase, uint32_t method, bool planar,
+                       py::array out, uint32_t threads) {
+        const uint16_t *src = static_cast<const uint16_t *>(raw.data());
+        uint16_t *dst = static_cast<uint16_t *>(out.mutable_data());
+        const size_t n = size_t(height) * width;
+        py::gil_scoped_release release;
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (handle_ == nullptr) return VQP_ERR_NULL_ARGUMENT;
+        if (method == VQP_METHOD_BILINEAR && planar)
+            return vqpDemosaicingBilinearU16PParallel(handle_, src, height, width, dst, dst + n, dst + 2 * n, threads);
+        if (method == VQP_METHOD_BILINEAR) return vqpDemosaicingBilinearU16Parallel(handle_, src, height, width, dst, threads);
+        return vqpDemosaicingEdgeU16Parallel(handle_, src, height, width, dst, phase, threads);
+    }
+
+private:
+    ProcessingHandle *handle_ = nullptr;
+    std::mutex mutex_;
+};
+
+} // namespace
+
+PYBIND11_MODULE(_velqora, m) {
+    m.doc() = "Low-level binding of the Velqora library; use the velqora package instead.";
+    py::class_<Handle>(m, "Handle")
+        .def(py::init<>())
+        .def("close", &Handle::close)
+        .def("demosaic", &Handle::demosaic)
+        .def("demosaic16", &Handle::demosaic16);
+    m.def("status_name", [](int32_t s) { return std::string(vqpStatusName(s)); });
+    m.def("status_message", [](int32_t s) { return std::string(vqpStatusMessage(s)); });
+    m.def("output_size", &vqpOutputSize);
+    m.def("version", [] { return std::string(vqpVersionString()); });
+}
