@@ -121,15 +121,31 @@ typedef struct ProcessingHandle ProcessingHandle;
 VQP_EXTERN int32_t vqpCreate(ProcessingHandle **handleOut);
 /* Resets a handle to its defaults. Does not free a scratch block the handle holds: it is forgotten. */
 VQP_EXTERN void vqpInit(ProcessingHandle *handle);
+/* Frees the handle's scratch block, joins its worker threads, frees the handle and sets *handlePtr to
+ * null. -111 when handlePtr is null; 0 and nothing done when *handlePtr is already null. */
 VQP_EXTERN int32_t vqpRelease(ProcessingHandle **handlePtr);
 VQP_EXTERN int32_t vqpMemRealloc(ScratchBuffer *scratch, int32_t size);
 VQP_EXTERN int32_t vqpDemosaicGetConfig(const ProcessingHandle *handle, uint64_t *configOut);
 VQP_EXTERN int32_t vqpDemosaicSetConfig(ProcessingHandle *handle, const uint64_t *config);
 
 /* ---- Entry point ---------------------------------------------------------------------------- */
-/* Converts one frame to the configured output format. 8-bit input with a stride larger than the
- * width is compacted in place inside the caller's input buffer. The output buffer must hold
- * height x width x (3, 4 or 1) bytes, or three planes of height x width bytes. */
+/* Converts one frame to the configured output format.
+ *
+ * Buffers. Input: `height` rows, `stride` bytes apart; each row holds `width` samples of the format (one
+ * byte, two bytes, or two samples in three bytes for the packed formats, whose rows are one run of
+ * samples when the stride is width + width / 2). A stride below a row's bytes is the caller's error.
+ * 8-bit input with a stride larger than the width is compacted in place inside the caller's buffer, which
+ * must therefore also hold height x width bytes. 16-bit input may start at any address. Output:
+ * height x width x 3 bytes (BGR8, RGB8, the planar formats as three planes of height x width), x 4
+ * (BGRA8, RGBA8) or x 1 (Mono8); vqpOutputSize gives the count.
+ *
+ * Statuses, in this order: -111 null pointer; -104 a height, width or stride of 3 or less, or a 32-bit
+ * height x width that is negative; -102 an input format not listed above; -117 when the scratch memory
+ * cannot be had, which includes every frame whose scratch block (height x width + width + 64 bytes for
+ * deep and packed input, width + 64 otherwise, counted in 64 bits) exceeds 2147483647 bytes: such frames
+ * return -117 before anything is reduced or written; -107 an output format that is not accepted. Plane
+ * and output offsets are counted in 64 bits. Packed input is never read past the last byte that holds a
+ * sample (a trailing half pair has two bytes). */
 VQP_EXTERN int32_t vqpDemosaicing(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
                                   ImageFrame *out);
 
@@ -177,7 +193,11 @@ VQP_EXTERN void u16Tou8_old(const uint16_t *src, int32_t height, int32_t width, 
                             uint8_t *dst);
 VQP_EXTERN void u16Tou8(const uint16_t *src, int32_t height, int32_t width, int32_t strideBytes,
                         int32_t shift, uint8_t *dst);
-/* Packed pairs: odd widths write one byte past the last row. */
+/* Packed pairs (two samples in three bytes, the first and third byte their high bytes): unpacked_old
+ * reads height x width samples as one run, unpacked one run a row at strideBytes. A run with an odd
+ * count ends in a half pair of two bytes: nothing past it is read, and the byte after its sample is
+ * written as 0 (one byte past the last row; with an odd width, inside the next row, which overwrites it).
+ * The 16-bit routines read their samples bytewise: src may be at any address. */
 VQP_EXTERN void unpacked_old(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst);
 VQP_EXTERN void unpacked(const uint8_t *src, int32_t height, int32_t width, int32_t strideBytes,
                          uint8_t *dst);
@@ -186,10 +206,12 @@ VQP_EXTERN void u8Tou8(const uint8_t *src, int32_t height, int32_t width, int32_
                        uint8_t *dst);
 
 /* ---- Output helpers ------------------------------------------------------------------------- */
-/* 3-byte pixels to 4-byte pixels, the fourth byte 0; returns src. Buffers must not overlap. */
+/* 3-byte pixels to 4-byte pixels, the fourth byte 0; returns src. Buffers must not overlap; src holds
+ * height x width x 3 bytes, dst height x width x 4 (counted in 64 bits: every size is converted whole). */
 VQP_EXTERN const uint8_t *bgrToBgra(const uint8_t *src, uint32_t height, uint32_t width, uint8_t *dst);
 /* Re-pads packed 3-byte rows in place to a multiple of 4 bytes (zero padding); the buffer must hold
- * height x ((3 x width + 3) & ~3) bytes. The stride field is not updated. */
+ * height x ((3 x width + 3) & ~3) bytes. The stride field is not updated. -111 for a null handle, image
+ * or data; -104 for a height or width of 3 or less, or a width whose padded row exceeds 2147483647 bytes. */
 VQP_EXTERN int32_t vqpBMPAdjust(ProcessingHandle *handle, ImageFrame *image);
 
 /* ---- Nearest-neighbour kernels (8-bit, packed rows, height and width >= 4) ------------------ */

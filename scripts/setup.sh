@@ -8,6 +8,7 @@ command -v ninja >/dev/null 2>&1 || need+=(ninja-build)
 command -v g++ >/dev/null 2>&1 || need+=(g++)
 command -v cc >/dev/null 2>&1 || need+=(gcc)
 command -v pkg-config >/dev/null 2>&1 || need+=(pkg-config)
+command -v clang++ >/dev/null 2>&1 || need+=(clang)
 [ -f /usr/include/gtest/gtest.h ] || need+=(libgtest-dev)
 [ -f /usr/include/png.h ] || need+=(libpng-dev)
 # The Python module: Debian's interpreter with numpy, pybind11, pytest and the headers.

@@ -24,6 +24,11 @@ cmake --build build/sanitize -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build/sanitize --output-on-failure -j "$jobs"
 
+echo "== clang 14 build and tests"
+CC=clang CXX=clang++ cmake -S . -B build/clang -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELQORA_BUILD_BENCH=ON
+cmake --build build/clang -j "$jobs"
+ctest --test-dir build/clang --output-on-failure -j "$jobs"
+
 echo "== The Python module and its tests"
 bash scripts/test-python.sh
 

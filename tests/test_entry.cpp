@@ -146,3 +146,47 @@ TEST(Entry, DeepAndPackedInputByBandsEqualsTheReducedFrame) {
                         }
                 }
 }
+
+// Frames whose scratch block cannot be described by a 32-bit capacity: -117 before anything is read,
+// reduced or written (the buffers here are far smaller than such frames; nothing may touch them). The
+// statuses of the 32-bit checks before it are unchanged.
+TEST(Entry, HiddenSizesAreOutOfMemoryWithNothingWritten) {
+    struct Case {
+        int32_t h, w, stride;
+        uint32_t code;
+        uint64_t config;
+        uint32_t method;
+        int32_t status;
+    };
+    const Case cases[] = {
+        {65536, 65536, 131072, VQP_PIXEL_FORMAT_BAYER_RG16, VQP_PIXEL_FORMAT_BGR8, 1, VQP_ERR_OUT_OF_MEMORY},
+        {65536, 65536, 131074, VQP_PIXEL_FORMAT_BAYER_RG16, VQP_PIXEL_FORMAT_BGR8, 2, VQP_ERR_OUT_OF_MEMORY},
+        {65536, 65536, 98304, VQP_PIXEL_FORMAT_BAYER_RG12_PACKED, VQP_PIXEL_FORMAT_BGR8, 0, VQP_ERR_OUT_OF_MEMORY},
+        {46341, 46340, 92680, VQP_PIXEL_FORMAT_BAYER_RG16, VQP_PIXEL_FORMAT_MONO8, 1, VQP_ERR_OUT_OF_MEMORY},
+        {4, 1431655766, 0x7FFFFFFF, VQP_PIXEL_FORMAT_BAYER_RG12_PACKED, VQP_PIXEL_FORMAT_BGR8, 1,
+         VQP_ERR_OUT_OF_MEMORY},
+        {5, 2147483600, 2147483600, VQP_PIXEL_FORMAT_BAYER_RG8, VQP_PIXEL_FORMAT_RGB8_PLANAR, 2,
+         VQP_ERR_OUT_OF_MEMORY},
+        {4, 1 << 30, 0x7FFFFFFF, VQP_PIXEL_FORMAT_BAYER_RG16, VQP_PIXEL_FORMAT_BGR8, 1, VQP_ERR_OUT_OF_MEMORY},
+        {6, 1431655766, 0x7FFFFFFF, VQP_PIXEL_FORMAT_BAYER_RG12_PACKED, VQP_PIXEL_FORMAT_BGR8, 1,
+         VQP_ERR_OUT_OF_MEMORY}, // the product wraps to 4
+        {46341, 46341, 46341, VQP_PIXEL_FORMAT_BAYER_RG8, VQP_PIXEL_FORMAT_BGR8, 1,
+         VQP_ERR_BAD_DIMENSIONS}, // the 32-bit product is negative
+    };
+    for (const Case &c : cases)
+        for (bool parallel : {false, true}) {
+            ProcessingHandle *h = nullptr;
+            ASSERT_EQ(vqpCreate(&h), VQP_OK);
+            vqpDemosaicSetConfig(h, &c.config);
+            std::vector<uint8_t> in(64, 7), out(64, 0xEE);
+            ImageFrame fi{c.h, c.w, c.code, in.data(), c.stride}, fo{-1, -1, 0xDEADBEEF, out.data(), -5};
+            const int32_t status = parallel ? vqpDemosaicingParallel(h, &fi, c.method, &fo, 2)
+                                            : vqpDemosaicing(h, &fi, c.method, &fo);
+            EXPECT_EQ(status, c.status) << c.h << " x " << c.w;
+            EXPECT_EQ(out, std::vector<uint8_t>(64, 0xEE));
+            EXPECT_EQ(in, std::vector<uint8_t>(64, 7));
+            EXPECT_EQ(fo.height, -1);
+            vqpRelease(&h);
+            EXPECT_EQ(vqpRelease(&h), VQP_OK); // a second release finds null and does nothing
+        }
+}

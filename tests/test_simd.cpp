@@ -133,7 +133,8 @@ TEST_F(LevelCheck, EveryMethodLayoutAndPhaseAtEveryWidth) {
     for (int h = 10; h <= 21; ++h) sizes.push_back({h, 37 + h});
     sizes.insert(sizes.end(), {{200, 333}, {37, 1000}, {513, 67}});
     int k = 0;
-    for (const auto &[h, w] : sizes) {
+    for (const auto &size : sizes) {
+        const int h = size.first, w = size.second; // plain names: lambdas below capture them
         std::vector<uint8_t> mosaic(size_t(h) * size_t(w));
         fill(mosaic.data(), h, w, Pattern(k++ % int(Pattern::Count)), rng);
         for (Phase p : kPhases)

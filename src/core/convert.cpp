@@ -11,7 +11,6 @@
 #include "core/convert.h"
 #include "core/pixel_store.h"
 #include "core/workers.h"
-#include "core/wrap32.h"
 #include "edge/edge_kernel.h"
 #include "nearest/nearest.h"
 #include "velqora.h"
@@ -63,12 +62,11 @@ void withStore(OutputFormat of, uint8_t *dst, ptrdiff_t n, bool swap, bool lumaS
 }
 
 // The edge-directed family: RGGB kernels serve RG and BG, GBRG kernels serve GB and GR.
-template <class Bgr, class Bgra, class Planar, class Mono>
 struct SwapFamily {
-    Bgr bgr;
-    Bgra bgra;
-    Planar planar;
-    Mono mono;
+    int64_t (*bgr)(const uint8_t *, uint32_t, uint32_t, uint8_t *, uint32_t);
+    int64_t (*bgra)(const uint8_t *, uint32_t, uint32_t, uint8_t *, uint32_t);
+    int64_t (*planar)(const uint8_t *, uint32_t, uint32_t, uint8_t *, uint8_t *, uint8_t *, uint8_t *);
+    int64_t (*mono)(const uint8_t *, uint32_t, uint32_t, uint8_t *, uint32_t, uint8_t *);
 };
 
 constexpr SwapFamily kEdgeRG{rg8ToBgr8_edge, rg8ToBgra8_edge, rg8ToBgr8P_edge, rg8ToMono8_edge};
@@ -80,7 +78,7 @@ template <class Family, class... Line>
 void runSwapFamily(const Family &k, bool phaseSwapped, OutputFormat of, const uint8_t *src, uint8_t *dst,
                    int32_t height, int32_t width, Line... line) {
     const uint32_t swap = (phaseSwapped != of.redFirst) ? 1u : 0u;
-    const ptrdiff_t n = vq::mul32(height, width);
+    const ptrdiff_t n = ptrdiff_t{height} * width; // plane offsets in 64 bits
     switch (of.layout) {
     case Layout::Interleaved3: k.bgr(src, height, width, dst, swap); break;
     case Layout::Interleaved4: k.bgra(src, height, width, dst, swap); break;
@@ -100,7 +98,7 @@ int32_t convertBayer(Phase phase, const uint8_t *src, uint8_t *dst, int32_t heig
     const bool rgbFamily = phase == Phase::RG || phase == Phase::BG;
     const bool phaseSwapped = phase == Phase::BG || phase == Phase::GR;
     const bool swap = phaseSwapped != of.redFirst;
-    const ptrdiff_t n = vq::mul32(height, width);
+    const ptrdiff_t n = ptrdiff_t{height} * width; // plane offsets in 64 bits
     switch (method) {
     case VQP_METHOD_NEAREST:
         withStore(of, dst, n, swap, phaseSwapped, [&](const auto &store) {
@@ -128,7 +126,7 @@ int32_t convertMono(const uint8_t *src, uint8_t *dst, int32_t height, int32_t wi
                     vq::RowSpan rows) {
     const OutputFormat of = classifyOutput(config);
     if (of.layout == Layout::Unknown) return VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT;
-    const int32_t n = vq::mul32(height, width);
+    const ptrdiff_t n = ptrdiff_t{height} * width;
     const ptrdiff_t from = ptrdiff_t{rows.from} * width;
     const ptrdiff_t to = rows.bottom(height) ? n : ptrdiff_t{rows.to} * width;
     const ptrdiff_t at = ptrdiff_t{rows.base} * width; // src[i - at]: the sample of output pixel i

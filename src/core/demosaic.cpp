@@ -9,7 +9,6 @@
 
 namespace {
 
-using vq::add32;
 using vq::mul32;
 
 uint8_t *alignUp16(uint8_t *p) {
@@ -27,9 +26,9 @@ void reduceRows(const ImageFrame *in, int32_t rule, int32_t from, int32_t to, ui
     const uint8_t *inData = static_cast<const uint8_t *>(in->data);
     if (rule > 0) {
         const uint16_t *samples = static_cast<const uint16_t *>(in->data);
-        if (stride == 2 * width) u16Tou8_old(samples + ptrdiff_t{from} * width, rows, width, rule, window);
+        if (stride == int64_t{2} * width) u16Tou8_old(samples + ptrdiff_t{from} * width, rows, width, rule, window);
         else u16Tou8(samples + ptrdiff_t{from} * (stride >> 1), rows, width, stride, rule, window);
-    } else if (stride == width + (width >> 1)) {
+    } else if (stride == int64_t{width} + (width >> 1)) {
         unpacked_old(inData + 3 * (ptrdiff_t{from} * width / 2), rows, width, window);
     } else {
         unpacked(inData + ptrdiff_t{from} * stride, rows, width, stride, window);
@@ -92,8 +91,12 @@ Prepared prepare(ProcessingHandle *handle, const ImageFrame *in, const ImageFram
     p.pixels = mul32(in->height, in->width);
     if (p.pixels < 0) return {VQP_ERR_BAD_DIMENSIONS, 0, 0, 0};
     if (const int32_t rc = demosaicDataInit(in, handle, &p.phase, &p.rule); rc != VQP_OK) return {rc, 0, 0, 0};
-    const int32_t scratchSize = p.rule != 0 ? add32(add32(p.pixels, in->width), 64) : add32(in->width, 64);
-    if (const int32_t rc = vqpMemRealloc(&handle->scratch, scratchSize); rc != VQP_OK) return {rc, 0, 0, 0};
+    // The scratch block the frame needs, counted in 64 bits: one that a 32-bit capacity cannot describe
+    // cannot be had.
+    const int64_t need = p.rule != 0 ? int64_t{in->height} * in->width + in->width + 64 : int64_t{in->width} + 64;
+    if (need > INT32_MAX) return {VQP_ERR_OUT_OF_MEMORY, 0, 0, 0};
+    if (const int32_t rc = vqpMemRealloc(&handle->scratch, static_cast<int32_t>(need)); rc != VQP_OK)
+        return {rc, 0, 0, 0};
     return p;
 }
 
@@ -125,10 +128,10 @@ const uint8_t *reduceFrame(ProcessingHandle *handle, const ImageFrame *in, const
         *scratchTail = work + p.pixels;
         if (rule > 0) {
             const uint16_t *samples = static_cast<const uint16_t *>(in->data);
-            if (in->stride == 2 * width) u16Tou8_old(samples, height, width, rule, work);
+            if (in->stride == int64_t{2} * width) u16Tou8_old(samples, height, width, rule, work);
             else u16Tou8(samples, height, width, in->stride, rule, work);
         } else {
-            if (in->stride == width + (width >> 1)) unpacked_old(inData, height, width, work);
+            if (in->stride == int64_t{width} + (width >> 1)) unpacked_old(inData, height, width, work);
             else unpacked(inData, height, width, in->stride, work);
         }
         return work;

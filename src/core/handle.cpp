@@ -41,6 +41,7 @@ void vqpInit(ProcessingHandle *handle) {
 int32_t vqpRelease(ProcessingHandle **handlePtr) {
     if (handlePtr == nullptr) return VQP_ERR_NULL_ARGUMENT;
     ProcessingHandle *h = *handlePtr;
+    if (h == nullptr) return VQP_OK; // released already: nothing to do, like free(NULL)
     delete h->workers; // joins the handle's threads
     std::free(h->scratch.data);
     h->scratch.data = nullptr;

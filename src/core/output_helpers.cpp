@@ -3,18 +3,17 @@
 #include <cstdint>
 #include <cstring>
 
-#include "core/wrap32.h"
 #include "simd/dispatch.h"
 #include "velqora.h"
 
+// The byte count is formed in 64 bits, so every size converts all of its pixels.
 const uint8_t *bgrToBgra(const uint8_t *src, uint32_t height, uint32_t width, uint8_t *dst) {
-    const int32_t n = static_cast<int32_t>(height * width * 3u);
+    const ptrdiff_t n = static_cast<ptrdiff_t>(uint64_t{height} * width * 3u);
     if (n < 1) return src;
-    int32_t i = 0;
+    ptrdiff_t i = 0;
     if (const auto vector = vq::simd::table().bgrToBgra) {
-        // Whole pixels only; a count that is not a multiple of 3 leaves its last bytes to the loop below.
         const ptrdiff_t done = vector(src, n / 3, dst);
-        i = static_cast<int32_t>(3 * done);
+        i = 3 * done;
         dst += 4 * done;
     }
     for (; i < n; i += 3) {
@@ -29,7 +28,9 @@ const uint8_t *bgrToBgra(const uint8_t *src, uint32_t height, uint32_t width, ui
 int32_t vqpBMPAdjust(ProcessingHandle *handle, ImageFrame *image) {
     if (handle == nullptr || image == nullptr || image->data == nullptr) return VQP_ERR_NULL_ARGUMENT;
     if (image->height <= 3 || image->width <= 3) return VQP_ERR_BAD_DIMENSIONS;
-    const int32_t row = vq::mul32(3, image->width);
+    // A padded row that a signed 32-bit count cannot hold is refused like a width of 3 or less.
+    if ((int64_t{3} * image->width + 3) > INT32_MAX) return VQP_ERR_BAD_DIMENSIONS;
+    const int32_t row = 3 * image->width;
     const int32_t pad = static_cast<int32_t>((static_cast<uint32_t>(row) + 3u) & ~3u) - row;
     if (static_cast<uint32_t>(pad - 1) > 2u) return VQP_OK; // rows already a multiple of 4 bytes
     const int32_t newRow = row + pad;

@@ -45,7 +45,7 @@ int32_t demosaicDataInit(const ImageFrame *in, ProcessingHandle * /*handle*/, in
 
 // One run of height * width samples; bits above the kept byte are dropped (wrapped, not clamped).
 void u16Tou8_old(const uint16_t *src, int32_t height, int32_t width, int32_t shift, uint8_t *dst) {
-    const int32_t n = vq::mul32(height, width);
+    const ptrdiff_t n = ptrdiff_t{height} * width; // counted in 64 bits
     ptrdiff_t i = 0;
     if (const auto vector = vq::simd::table().u16ToU8; vector != nullptr && n > 0) i = vector(src, n, shift, dst);
     for (; i < n; ++i) dst[i] = static_cast<uint8_t>(vq::load16(src, i) >> shift);
@@ -64,32 +64,41 @@ void u16Tou8(const uint16_t *src, int32_t height, int32_t width, int32_t strideB
     }
 }
 
-// Two samples in three bytes: the first and third byte are the high bytes of the two samples. With an
-// odd count the last group writes one byte beyond it.
-void unpacked_old(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst) {
-    const int32_t n = vq::mul32(height, width);
-    if (n < 1) return;
-    const ptrdiff_t groups = ((n - 1) >> 1) + 1;
+namespace {
+
+// One run of `count` packed samples: whole pairs, then with an odd count a half pair (two bytes, the
+// first the sample's high byte), which writes its sample and a 0 after it, one byte past the run.
+void unpackRun(const uint8_t *src, ptrdiff_t count, uint8_t *dst) {
+    const ptrdiff_t pairs = count >> 1;
     ptrdiff_t g = 0;
-    if (const auto vector = vq::simd::table().unpackPairs) g = vector(src, groups, 3 * ptrdiff_t{n >> 1}, dst);
-    for (; g < groups; ++g) {
+    if (const auto vector = vq::simd::table().unpackPairs; vector != nullptr && pairs > 0)
+        g = vector(src, pairs, 3 * pairs, dst);
+    for (; g < pairs; ++g) {
         dst[2 * g] = src[3 * g];
         dst[2 * g + 1] = src[3 * g + 2];
     }
+    if ((count & 1) != 0) {
+        dst[2 * pairs] = src[3 * pairs];
+        dst[2 * pairs + 1] = 0;
+    }
 }
 
-// As unpacked_old per row. The destination advances by width, so with an odd width the byte written
-// past a row is overwritten by the next row, and the last row writes one byte past the frame.
+} // namespace
+
+// Two samples in three bytes: the first and third byte are the high bytes of the two samples. With an
+// odd count the last group, a half pair, writes a 0 one byte beyond the run.
+void unpacked_old(const uint8_t *src, int32_t height, int32_t width, uint8_t *dst) {
+    const ptrdiff_t n = ptrdiff_t{height} * width; // counted in 64 bits
+    if (n < 1) return;
+    unpackRun(src, n, dst);
+}
+
+// As unpacked_old per row. The destination advances by width, so with an odd width the 0 written past a
+// row is overwritten by the next row, and the last row writes it one byte past the frame.
 void unpacked(const uint8_t *src, int32_t height, int32_t width, int32_t strideBytes, uint8_t *dst) {
-    const ptrdiff_t groups = ((width - 1) >> 1) + 1;
-    const auto vector = vq::simd::table().unpackPairs;
+    if (width < 1) return;
     for (int32_t y = 0; y < height; ++y) {
-        ptrdiff_t g = 0;
-        if (vector != nullptr && width > 0) g = vector(src, groups, 3 * ptrdiff_t{width >> 1}, dst);
-        for (; g < groups; ++g) {
-            dst[2 * g] = src[3 * g];
-            dst[2 * g + 1] = src[3 * g + 2];
-        }
+        unpackRun(src, width, dst);
         src += strideBytes;
         dst += width;
     }
