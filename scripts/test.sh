@@ -29,6 +29,9 @@ CC=clang CXX=clang++ cmake -S . -B build/clang -G Ninja -DCMAKE_BUILD_TYPE=Relea
 cmake --build build/clang -j "$jobs"
 ctest --test-dir build/clang --output-on-failure -j "$jobs"
 
+echo "== Fuzzing: each harness for 30 s from its seed corpus (clang, AddressSanitizer, UndefinedBehaviorSanitizer)"
+bash scripts/fuzz.sh 30
+
 echo "== The Python module and its tests"
 bash scripts/test-python.sh
 

@@ -55,6 +55,7 @@ void u16Tou8_old(const uint16_t *src, int32_t height, int32_t width, int32_t shi
 void u16Tou8(const uint16_t *src, int32_t height, int32_t width, int32_t strideBytes, int32_t shift, uint8_t *dst) {
     const ptrdiff_t srcStep = strideBytes >> 1;
     const auto vector = vq::simd::table().u16ToU8;
+    if (width < 1) return; // nothing to reduce: the pointers are not moved
     for (int32_t y = 0; y < height; ++y) {
         ptrdiff_t x = 0;
         if (vector != nullptr && width > 0) x = vector(src, width, shift, dst);
@@ -107,6 +108,7 @@ void unpacked(const uint8_t *src, int32_t height, int32_t width, int32_t strideB
 // Forward byte-at-a-time row copy: run in place with a stride above the width, every row moves
 // towards the start of the buffer without overwriting bytes not yet read.
 void u8Tou8(const uint8_t *src, int32_t height, int32_t width, int32_t strideBytes, uint8_t *dst) {
+    if (width < 1) return; // nothing to copy: the pointers are not moved
     for (int32_t y = 0; y < height; ++y) {
         // A forward byte copy equals a block move unless the destination starts inside the source row
         // past its first byte, where the forward copy repeats bytes it has already written.

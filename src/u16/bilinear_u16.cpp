@@ -26,27 +26,29 @@ inline uint32_t mean4(uint32_t a, uint32_t b, uint32_t c, uint32_t d) { return (
 inline uint32_t edge3(uint32_t a, uint32_t m, uint32_t b) { return (a + 2u * m + b) >> 2; }
 
 // Interleaved 16-bit pixels; order flag 1 puts red first, anything else blue first.
+// Samples are read and written bytewise (vq::u16::Src16, Dst16): buffers may start at any address.
 struct InterleavedU16 {
-    uint16_t *base;
+    vq::u16::Dst16 base;
     int redAt;
     int blueAt;
-    InterleavedU16(uint16_t *dst, uint32_t order) : base(dst), redAt(order == 1 ? 0 : 2), blueAt(order == 1 ? 2 : 0) {}
+    InterleavedU16(uint16_t *dst, uint32_t order)
+        : base(vq::u16::Dst16::of(dst)), redAt(order == 1 ? 0 : 2), blueAt(order == 1 ? 2 : 0) {}
     void put(ptrdiff_t i, uint32_t r, uint32_t g, uint32_t b) const {
-        uint16_t *p = base + i * 3;
-        p[blueAt] = static_cast<uint16_t>(b);
-        p[1] = static_cast<uint16_t>(g);
-        p[redAt] = static_cast<uint16_t>(r);
+        const vq::u16::Dst16 p = base + i * 3;
+        p[blueAt] = b;
+        p[1] = g;
+        p[redAt] = r;
     }
 };
 
 struct PlanarU16 {
-    uint16_t *blue;
-    uint16_t *green;
-    uint16_t *red;
+    vq::u16::Dst16 blue, green, red;
+    PlanarU16(uint16_t *b, uint16_t *g, uint16_t *r)
+        : blue(vq::u16::Dst16::of(b)), green(vq::u16::Dst16::of(g)), red(vq::u16::Dst16::of(r)) {}
     void put(ptrdiff_t i, uint32_t r, uint32_t g, uint32_t b) const {
-        blue[i] = static_cast<uint16_t>(b);
-        green[i] = static_cast<uint16_t>(g);
-        red[i] = static_cast<uint16_t>(r);
+        blue[i] = b;
+        green[i] = g;
+        red[i] = r;
     }
 };
 
@@ -54,7 +56,9 @@ struct PlanarU16 {
 struct Mosaic16 {
     const uint16_t *p;
     int32_t w;
-    uint32_t operator()(int32_t r, int32_t k) const { return p[ptrdiff_t{r} * w + k]; }
+    uint32_t operator()(int32_t r, int32_t k) const {
+        return static_cast<uint32_t>(vq::u16::Src16::of(p)[ptrdiff_t{r} * w + k]);
+    }
     ptrdiff_t at(int32_t r, int32_t k) const { return ptrdiff_t{r} * w + k; }
 };
 

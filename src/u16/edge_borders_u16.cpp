@@ -45,10 +45,11 @@ struct EdgeFrame {
     int32_t maximum;
 
     bool has(int32_t y, int32_t x) const { return y >= 0 && y < h && x >= 0 && x < w; }
-    int32_t s(int32_t y, int32_t x) const { return src[ptrdiff_t{y} * w + x]; }
-    int32_t g(int32_t y, int32_t x) const { return dst[(ptrdiff_t{y} * w + x) * 3 + kGreen]; }
+    // Bytewise loads and stores: the buffers may start at any address.
+    int32_t s(int32_t y, int32_t x) const { return vq::u16::Src16::of(src)[ptrdiff_t{y} * w + x]; }
+    int32_t g(int32_t y, int32_t x) const { return vq::u16::Dst16::of(dst)[(ptrdiff_t{y} * w + x) * 3 + kGreen]; }
     void put(int32_t y, int32_t x, Channel c, int32_t v) const {
-        dst[(ptrdiff_t{y} * w + x) * 3 + c] = static_cast<uint16_t>(v);
+        vq::u16::Dst16::of(dst)[(ptrdiff_t{y} * w + x) * 3 + c] = static_cast<uint16_t>(v);
     }
     int32_t clamp(int32_t v) const { return v < 0 ? 0 : (v < maximum ? v : maximum); }
 

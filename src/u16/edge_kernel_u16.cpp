@@ -20,6 +20,9 @@
 
 namespace {
 
+using vq::u16::Dst16;
+using vq::u16::Src16;
+
 inline int32_t clampTo(int32_t v, int32_t maximum) { return v < 0 ? 0 : (v < maximum ? v : maximum); }
 
 } // namespace
@@ -35,18 +38,18 @@ VQP_EXTERN uint64_t edgeSecRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t 
     const ptrdiff_t dw = 3 * sw; // destination row stride
 
     for (int32_t t = 0; t < rowEnd; t += 2) {
-        const uint16_t *s0 = src + t * sw; // row y: R G R G ...
-        const uint16_t *sm2 = s0 - 2 * sw, *sm1 = s0 - sw, *s1 = s0 + sw, *s2 = s0 + 2 * sw, *s3 = s0 + 3 * sw;
-        uint16_t *d0 = dst + t * dw;
-        uint16_t *dm2 = d0 - 2 * dw, *dm1 = d0 - dw, *d1 = d0 + dw;
+        const Src16 s0 = Src16::of(src) + t * sw; // row y: R G R G ...
+        const Src16 sm2 = s0 - 2 * sw, sm1 = s0 - sw, s1 = s0 + sw, s2 = s0 + 2 * sw, s3 = s0 + 3 * sw;
+        const Dst16 d0 = Dst16::of(dst) + t * dw;
+        const Dst16 dm2 = d0 - 2 * dw, dm1 = d0 - dw, d1 = d0 + dw;
         // Green already in the destination at column c of a destination row.
-        auto g = [](const uint16_t *row, int32_t c) -> int32_t { return row[3 * c + 1]; };
-        auto put = [maximum](uint16_t *row, int32_t c, int channel, int32_t v) {
+        auto g = [](Dst16 row, ptrdiff_t c) -> int32_t { return row[3 * c + 1]; };
+        auto put = [maximum](Dst16 row, ptrdiff_t c, int channel, int32_t v) {
             row[3 * c + channel] = static_cast<uint16_t>(clampTo(v, maximum));
         };
         enum { B = 0, G = 1, R = 2 };
 
-        for (int32_t x = startColumn; x < columnEnd; x += 2) {
+        for (ptrdiff_t x = startColumn; x < columnEnd; x += 2) { // 64-bit: 3 * x never overflows
             // Green at the red site (y, x).
             const int32_t a = s0[x];
             const int32_t a2H = 2 * a - s0[x - 2] - s0[x + 2];

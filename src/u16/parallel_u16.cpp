@@ -145,14 +145,14 @@ void edgeBand(const vq::u16::EdgeRun &r, int32_t firstPair, int32_t endPair, uin
         const int32_t c1 = vq::u16::edgeColumnEnd(r.width, c0);
         // Private rows top - 4 .. top + 1; the border columns' greens of rows top - 2 .. top + 1 copied in.
         std::memset(mine, 0, static_cast<size_t>(kPrivateRows * dw) * sizeof(uint16_t));
+        const vq::u16::Dst16 frame = vq::u16::Dst16::of(r.dst); // the frame may start at any address
         for (ptrdiff_t y = 2; y < kPrivateRows; ++y)
-            for (ptrdiff_t x = 0; x < c0; ++x)
-                mine[y * dw + 3 * x + 1] = r.dst[(top - 4 + y) * dw + 3 * x + 1];
+            for (ptrdiff_t x = 0; x < c0; ++x) mine[y * dw + 3 * x + 1] = frame[(top - 4 + y) * dw + 3 * x + 1];
         edgeSecRGGBU16(r.src + (top - 2) * sw, mine + 2 * dw, 4u, r.width, c0, r.maximum);
         // What the band's first pair writes: red of the row above it, red, green and blue of its first
         // row, green and blue of its second.
         const auto copy = [&](ptrdiff_t y, int channel, ptrdiff_t x0, ptrdiff_t x1) {
-            for (ptrdiff_t x = x0; x < x1; ++x) r.dst[(top - 4 + y) * dw + 3 * x + channel] = mine[y * dw + 3 * x + channel];
+            for (ptrdiff_t x = x0; x < x1; ++x) frame[(top - 4 + y) * dw + 3 * x + channel] = mine[y * dw + 3 * x + channel];
         };
         copy(3, 2, c0 - 1, c1 - 1);
         copy(4, 2, c0 - 1, c1 - 1);

@@ -1,9 +1,47 @@
 // Shared by the 16-bit kernels.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace vq::u16 {
+
+// 16-bit samples at any byte address (a frame inside a packet buffer may start at an odd one): every
+// load and store goes through memcpy, which compilers turn into plain moves.
+struct Ref16 {
+    unsigned char *p;
+    operator uint16_t() const {
+        uint16_t v;
+        std::memcpy(&v, p, 2);
+        return v;
+    }
+    const Ref16 &operator=(uint32_t v) const {
+        const uint16_t w = static_cast<uint16_t>(v);
+        std::memcpy(p, &w, 2);
+        return *this;
+    }
+};
+
+struct Src16 {
+    const unsigned char *p;
+    static Src16 of(const uint16_t *s) { return {reinterpret_cast<const unsigned char *>(s)}; }
+    int32_t operator[](ptrdiff_t i) const {
+        uint16_t v;
+        std::memcpy(&v, p + 2 * i, 2);
+        return v;
+    }
+    Src16 operator+(ptrdiff_t i) const { return {p + 2 * i}; }
+    Src16 operator-(ptrdiff_t i) const { return {p - 2 * i}; }
+};
+
+struct Dst16 {
+    unsigned char *p;
+    static Dst16 of(uint16_t *d) { return {reinterpret_cast<unsigned char *>(d)}; }
+    Ref16 operator[](ptrdiff_t i) const { return {p + 2 * i}; }
+    Dst16 operator+(ptrdiff_t i) const { return {p + 2 * i}; }
+    Dst16 operator-(ptrdiff_t i) const { return {p - 2 * i}; }
+};
 
 // The first column that the kernel's column steps (x = startColumn + 2k, each needing three columns
 // to its right) do not reach; startColumn itself when there is no step. Unsigned arithmetic, so no
