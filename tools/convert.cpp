@@ -196,6 +196,15 @@ void warnIfAboveDepth(const LoadedInput &in) {
                              "give a 16-bit format\n", in.path.c_str(), f.bits, unsigned(largest));
 }
 
+// The frames the tool takes: below 536870912 samples (its 4-byte output must fit a 32-bit count) and a
+// stride a 32-bit count holds.
+void checkFrameSize(const std::string &path, uint64_t w, uint64_t h, uint64_t stride) {
+    if (w * h > 0x7FFFFFFFu / 4 || stride > 0x7FFFFFFF)
+        throw Failure(kExitLibrary, path + ": a " + std::to_string(w) + " x " + std::to_string(h) +
+                                        " frame is too large: keep width x height below 536870912 samples " +
+                                        statusTag(VQP_ERR_BAD_DIMENSIONS));
+}
+
 LoadedInput loadInput(const std::string &path, const Options &o) {
     LoadedInput in;
     in.path = path;
@@ -213,6 +222,12 @@ LoadedInput loadInput(const std::string &path, const Options &o) {
                        f.name + " samples: give at least " + std::to_string(minStride) + " bytes");
         if (!f.packed && f.bits > 8 && stride % 2 != 0)
             usageError("--stride " + std::to_string(stride) + " is odd: rows of 16-bit samples start on even byte offsets");
+        // Sizes the library refuses are refused before the file is read.
+        if (w < 4 || h < 4)
+            throw Failure(kExitLibrary, path + ": " + (h < 4 ? "height " + std::to_string(h) : "width " + std::to_string(w)) +
+                                            " is too small: frames need at least 4 rows and columns " +
+                                            statusTag(VQP_ERR_BAD_DIMENSIONS));
+        checkFrameSize(path, w, h, stride);
         in.bytes = readFile(path);
         const uint64_t need = frameBytes(f, h, w, stride);
         if (in.bytes.size() < need)
@@ -220,6 +235,10 @@ LoadedInput loadInput(const std::string &path, const Options &o) {
                                           std::to_string(w) + " x " + std::to_string(h) + " " + f.name + " frame" +
                                           (o.stride >= 0 ? " with stride " + std::to_string(stride) : "") + " needs " +
                                           std::to_string(need) + ": check --width, --height, --format and --stride");
+        if (in.bytes.size() > need)
+            in.warning = path + ": warning: the file holds " + std::to_string(in.bytes.size()) + " bytes, a " +
+                         std::to_string(w) + " x " + std::to_string(h) + " " + f.name + " frame " +
+                         std::to_string(need) + "; the rest is ignored (check --width, --height, --format and --stride)";
         in.width = int32_t(w);
         in.height = int32_t(h);
         in.stride = int64_t(stride);
@@ -252,10 +271,7 @@ LoadedInput loadInput(const std::string &path, const Options &o) {
             std::memcpy(in.bytes.data(), img.samples.data(), 2 * n);
         }
     }
-    if (uint64_t(in.width) * uint64_t(in.height) > 0x7FFFFFFFu / 4 || in.stride > 0x7FFFFFFF)
-        throw Failure(kExitLibrary, path + ": a " + std::to_string(in.width) + " x " + std::to_string(in.height) +
-                                        " frame is too large: keep width x height below 536870912 samples " +
-                                        statusTag(VQP_ERR_BAD_DIMENSIONS));
+    checkFrameSize(path, uint64_t(in.width), uint64_t(in.height), uint64_t(in.stride));
     warnIfAboveDepth(in);
     in.bytes.resize(in.bytes.size() + kSlack, 0);
     return in;
@@ -435,6 +451,7 @@ int run(const Options &o) {
     for (size_t k = 0; k < lanes; ++k) converters.push_back(std::make_unique<Converter8>());
     struct Outcome {
         std::string line;  // the progress line, or the failure's message
+        std::string warning; // printed when the frame was converted
         int exitCode = kExitOk;
         bool usage = false;
     };
@@ -453,6 +470,7 @@ int run(const Options &o) {
                           in.width, in.height, in.format.name.c_str(), methodName(o.method), demosaicMs, ms);
             char counter[48] = "";
             if (total > 1) std::snprintf(counter, sizeof counter, "[%zu/%zu] ", i + 1, total);
+            r.warning = in.warning;
             r.line = counter;
             r.line += o.inputs[i];
             r.line += " -> ";
@@ -482,8 +500,9 @@ int run(const Options &o) {
                 std::fflush(stdout);
                 std::fprintf(stderr, "velqora-convert: %s\n", r.line.c_str());
                 if (exitCode == kExitOk) exitCode = r.exitCode;
-            } else if (!o.quiet) {
-                std::printf("%s\n", r.line.c_str());
+            } else {
+                if (!r.warning.empty()) std::fprintf(stderr, "velqora-convert: %s\n", r.warning.c_str());
+                if (!o.quiet) std::printf("%s\n", r.line.c_str());
                 std::fflush(stdout);
             }
         }

@@ -112,6 +112,7 @@ struct LoadedInput {
     int32_t width = 0, height = 0;
     int64_t stride = 0;         // bytes per row in `bytes`
     std::vector<uint8_t> bytes; // the frame as the library reads it, with zeroed slack at the end
+    std::string warning; // a line for stderr once the frame is converted (a file longer than the frame)
 };
 
 // The 16-bit mode on `threads` threads of `handle`; returns the milliseconds spent demosaicing.

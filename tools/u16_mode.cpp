@@ -1,6 +1,7 @@
 // The 16-bit mode: Bayer frames of 10 to 16 bits are demosaiced at full depth by the library's 16-bit
 // entry points (bilinear for RGGB, edge-directed for every phase) into 16-bit PNG, PPM or raw files.
 #include <chrono>
+#include <utility>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -48,6 +49,39 @@ uint16_t widen(uint32_t v, int bits) {
     return uint16_t((v << (16 - bits)) | (v >> (2 * bits - 16 > 0 ? 2 * bits - 16 : 0)));
 }
 
+// RGGB frames deeper than 12 bits by the edge-directed method: the RGGB driver clamps interpolated values
+// at 4095, so the frame goes through a driver that keeps the full 16-bit range, mirrored so that its
+// pattern becomes that driver's, and the result is mirrored back: left to right (GRBG) when the width is
+// even, else upside down (GBRG) when the height is even. When both are odd the frame first gets one more
+// column, a copy of column w - 2 (the colours the missing column would have), dropped afterwards.
+int32_t edgeRggbFullRange(ProcessingHandle *handle, const std::vector<uint16_t> &src, uint32_t h, uint32_t w,
+                          std::vector<uint16_t> &bgr, uint32_t threads) {
+    const bool flipRows = (w & 1) != 0 && (h & 1) == 0;
+    const size_t W = flipRows ? w : w + (w & 1);
+    // Position (y, x) of the mirrored frame comes from (y', x') of the original.
+    const auto from = [&](size_t y, size_t x) -> std::pair<size_t, size_t> {
+        if (flipRows) return {h - 1 - y, x};
+        const size_t column = W - 1 - x;
+        return {y, column < w ? column : w - 2};
+    };
+    std::vector<uint16_t> mirrored(W * h), out(3 * W * h);
+    for (size_t y = 0; y < h; ++y)
+        for (size_t x = 0; x < W; ++x) {
+            const auto [sy, sx] = from(y, x);
+            mirrored[y * W + x] = src[sy * w + sx];
+        }
+    const int32_t status = vqpDemosaicingEdgeU16Parallel(
+        handle, mirrored.data(), h, uint32_t(W), out.data(),
+        flipRows ? VQP_PIXEL_FORMAT_BAYER_GB16 : VQP_PIXEL_FORMAT_BAYER_GR16, threads);
+    for (size_t y = 0; y < h; ++y)
+        for (size_t x = 0; x < W; ++x) {
+            const auto [sy, sx] = from(y, x);
+            if (!flipRows && W - 1 - x >= w) continue; // the added column
+            for (size_t c = 0; c < 3; ++c) bgr[3 * (sy * w + sx) + c] = out[3 * (y * W + x) + c];
+        }
+    return status;
+}
+
 } // namespace
 
 double convertU16(const LoadedInput &in, Method method, const std::string &outPath, FileKind kind,
@@ -73,6 +107,8 @@ double convertU16(const LoadedInput &in, Method method, const std::string &outPa
     int32_t status = VQP_OK;
     if (method == Method::Bilinear) {
         status = vqpDemosaicingBilinearU16Parallel(handle, src.data(), h, w, bgr.data(), threads);
+    } else if (phase == "RG" && f.bits > 12) {
+        status = edgeRggbFullRange(handle, src, h, w, bgr, threads);
     } else {
         const uint32_t phaseCode = phase == "RG"   ? VQP_PIXEL_FORMAT_BAYER_RG16
                                    : phase == "GR" ? VQP_PIXEL_FORMAT_BAYER_GR16
@@ -88,9 +124,6 @@ double convertU16(const LoadedInput &in, Method method, const std::string &outPa
                                      : "the library refused the frame ";
         throw Failure(kExitLibrary, in.path + ": " + what + statusTag(status));
     }
-    if (method == Method::Edge && phase == "RG" && f.bits > 12)
-        std::fprintf(stderr, "velqora-convert: %s: note: 16-bit edge-directed RGGB output clamps interpolated "
-                             "samples at 4095\n", in.path.c_str());
 
     AtomicFile file(outPath);
     if (kind == FileKind::Raw) {

@@ -301,6 +301,21 @@ TEST_F(ToolTest, ThreadsGiveTheSameFiles) {
     EXPECT_EQ(bytes(path("single1.raw")), bytes(path("one/a.raw")));
 }
 
+// Sizes: too small and too large are refused before the file is read (the file here does not exist), with
+// the library's status; a file larger than the frame gets a warning naming both sizes.
+TEST_F(ToolTest, FrameSizesAreCheckedBeforeReading) {
+    Result r = run({"-f", "BayerRG8", "-W", "0", "-H", "8", path("missing.raw"), "-o", path("o.png")});
+    EXPECT_EQ(r.exitCode, 4);
+    EXPECT_NE(r.err.find("too small"), std::string::npos) << r.err;
+    r = run({"-f", "BayerRG16", "-W", "65536", "-H", "65536", path("missing.raw"), "-o", path("o.png")});
+    EXPECT_EQ(r.exitCode, 4);
+    EXPECT_NE(r.err.find("too large"), std::string::npos) << r.err;
+    write(path("big.raw"), Bytes(100, 1));
+    r = run({"-f", "BayerRG8", "-W", "8", "-H", "8", "-q", path("big.raw"), "-o", path("o.png")});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_NE(r.err.find("holds 100 bytes, a 8 x 8 BayerRG8 frame 64"), std::string::npos) << r.err;
+}
+
 // The demo needs no input: it writes its pictures and reports every method.
 TEST_F(ToolTest, DemoFinishes) {
     const Result r = run({"--demo", path("demo")});
