@@ -291,7 +291,10 @@ VQP_EXTERN int64_t gb8ToMono8_edge(const uint8_t *src, uint32_t h, uint32_t w, u
 /* Bayer RGGB 16-bit samples (rows packed) to 16-bit colour by bilinear interpolation; no clamping
  * is needed (every value is a sample or a truncated mean). Interleaved output is three samples per
  * pixel, B,G,R (order flag 1 in the pieces: R,G,B); planar output is three planes of height x width.
- * The vqp entry points check pointers (-111) and then sizes (height or width <= 3: -104). */
+ * The vqp entry points check pointers (-111) and then sizes (height or width <= 3: -104).
+ * Buffers: src holds height x width samples, rows packed; interleaved output 3 x height x width samples,
+ * each plane height x width. Any address will do (samples are read and written bytewise). Column offsets
+ * are counted in 64 bits, so every width the caller's memory can hold is converted whole. */
 VQP_EXTERN int32_t vqpDemosaicingBilinearU16(const uint16_t *src, uint32_t height, uint32_t width, uint16_t *dst);
 VQP_EXTERN int32_t vqpDemosaicingBilinearU16P(const uint16_t *src, uint32_t height, uint32_t width,
                                               uint16_t *planeB, uint16_t *planeG, uint16_t *planeR);

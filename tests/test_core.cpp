@@ -107,6 +107,8 @@ TEST(OutputHelpers, BmpAdjustPadsRowsToFourBytes) {
     std::vector<uint8_t> buf(64);
     ImageFrame small{4, 3, 0, buf.data(), 9};
     EXPECT_EQ(vqpBMPAdjust(h, &small), VQP_ERR_BAD_DIMENSIONS);
+    ImageFrame wide{4, 715827883, 0, small.data, 0}; // 3 x width is past 2^31: refused, nothing moved
+    EXPECT_EQ(vqpBMPAdjust(h, &wide), VQP_ERR_BAD_DIMENSIONS);
     EXPECT_EQ(vqpBMPAdjust(nullptr, &small), VQP_ERR_NULL_ARGUMENT);
     small.data = nullptr;
     EXPECT_EQ(vqpBMPAdjust(h, &small), VQP_ERR_NULL_ARGUMENT);

@@ -134,24 +134,32 @@ TEST(Parallel, StatusCodesInTheSingleThreadedOrder) {
         EXPECT_EQ(vqpDemosaicingEdgeU16Parallel(handle.h, s16, 8, 8, d16, code, 2), VQP_ERR_UNSUPPORTED_INPUT_FORMAT);
 }
 
-// Several handles on several threads at once, each reused for many frames, with parallel calls of their
-// own: every result equals the single-threaded one. (Run under ThreadSanitizer too.)
+// Several handles on several threads at once, each reused for many frames of different sizes and methods,
+// with parallel calls of their own: every result equals the single-threaded one. (Run under
+// ThreadSanitizer too.)
 TEST(Parallel, HandlesOnSeveralThreadsAtOnce) {
     std::mt19937 rng(47);
-    const int h = 64, w = 600;
-    const RawFrame raw = makeRaw(randomMosaic(h, w, rng), Depth::Bits12, false, rng);
+    const int sizes[][2] = {{64, 600}, {130, 301}, {48, 1024}};
+    std::vector<RawFrame> raws;
+    std::vector<vqt::Run> wants;
     Handle reference;
-    const vqt::Run want = convert(reference.h, raw, h, w, inputCode('g', Depth::Bits12), VQP_PIXEL_FORMAT_BGRA8,
-                             VQP_METHOD_BILINEAR, -1);
+    for (int k = 0; k < 3; ++k) {
+        const int h = sizes[k][0], w = sizes[k][1];
+        raws.push_back(makeRaw(randomMosaic(h, w, rng), Depth::Bits12, false, rng));
+        wants.push_back(convert(reference.h, raws.back(), h, w, inputCode('g', Depth::Bits12), VQP_PIXEL_FORMAT_BGRA8,
+                                uint32_t(k), -1));
+    }
     std::vector<std::thread> callers;
     std::vector<int> mismatches(3, 0);
     for (int c = 0; c < 3; ++c)
         callers.emplace_back([&, c] {
             Handle mine;
-            for (int frame = 0; frame < 20; ++frame) {
-                const vqt::Run got = convert(mine.h, raw, h, w, inputCode('g', Depth::Bits12), VQP_PIXEL_FORMAT_BGRA8,
-                                        VQP_METHOD_BILINEAR, 1 + (frame + c) % 3);
-                mismatches[size_t(c)] += got.out != want.out || got.status != VQP_OK;
+            for (int frame = 0; frame < 12; ++frame) {
+                const int k = (frame + c) % 3;
+                const vqt::Run got = convert(mine.h, raws[size_t(k)], sizes[k][0], sizes[k][1],
+                                             inputCode('g', Depth::Bits12), VQP_PIXEL_FORMAT_BGRA8, uint32_t(k),
+                                             1 + (frame + c) % 3);
+                mismatches[size_t(c)] += got.out != wants[size_t(k)].out || got.status != VQP_OK;
             }
         });
     for (std::thread &t : callers) t.join();

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
+#include <functional>
 #include <string>
 
 #include "model/u16_model.h"
@@ -134,4 +136,28 @@ TEST(U16, EdgeKernelWithoutRowPairsDoesNothing) {
     for (uint32_t rows : {0u, 1u, 0xFFFFFFFFu})
         EXPECT_EQ(edgeSecRGGBU16(src.data() + 24, dst.data() + 72, rows, 12, 2, 4095), 0u) << rows;
     EXPECT_EQ(std::count(dst.begin(), dst.end(), kUnwritten), long(dst.size()));
+}
+
+// A frame inside a packet buffer: input and output at odd addresses give the bytes of aligned buffers.
+TEST(U16, AnyAlignmentGivesTheSameSamples) {
+    const uint32_t h = 9, w = 11;
+    const size_t n = size_t(h) * w;
+    std::vector<uint16_t> src(n);
+    for (size_t i = 0; i < n; ++i) src[i] = uint16_t(i * 2654435761u >> 16);
+    std::vector<uint8_t> in(2 * n + 1), out(6 * n + 1);
+    std::memcpy(in.data() + 1, src.data(), 2 * n);
+    const auto *odd = reinterpret_cast<const uint16_t *>(in.data() + 1);
+    auto *oddOut = reinterpret_cast<uint16_t *>(out.data() + 1);
+    std::vector<uint16_t> want(3 * n);
+    using Run = std::function<void(const uint16_t *, uint16_t *)>;
+    const Run runs[] = {
+        [&](const uint16_t *s, uint16_t *d) { vqpDemosaicingBilinearU16(s, h, w, d); },
+        [&](const uint16_t *s, uint16_t *d) { vqpDemosaicingBilinearU16P(s, h, w, d, d + n, d + 2 * n); },
+        [&](const uint16_t *s, uint16_t *d) { demosaicingEdgeRGGBU16(s, h, w, d); },
+        [&](const uint16_t *s, uint16_t *d) { demosaicingEdgeBGGRU16(s, h, w, d); }};
+    for (const Run &run : runs) {
+        run(src.data(), want.data());
+        run(odd, oddOut);
+        EXPECT_EQ(std::memcmp(out.data() + 1, want.data(), 6 * n), 0);
+    }
 }
