@@ -4,16 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-need=()
-command -v aarch64-linux-gnu-g++ >/dev/null 2>&1 || need+=(g++-aarch64-linux-gnu)
-command -v qemu-aarch64 >/dev/null 2>&1 || need+=(qemu-user)
-if [ ${#need[@]} -gt 0 ]; then
-  echo "test-aarch64: installing ${need[*]}"
-  SUDO=""
-  [ "$(id -u)" -ne 0 ] && SUDO="sudo"
-  $SUDO apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${need[@]}"
-fi
+bash scripts/setup.sh aarch64
 
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake -S . -B build/aarch64 -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64.cmake \
