@@ -207,7 +207,6 @@ int32_t convertEdgeInBands(ProcessingHandle *handle, const ImageFrame *in, Image
 
 // The conversion split into horizontal bands, one a thread. Returns kNotSplit when the frame is not split
 // (too small, one thread, a method whose kernels do not take row ranges, no threads to be had).
-
 int32_t convertInBands(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out,
                        const Prepared &p, int threads) {
     const int32_t height = in->height;
