@@ -231,3 +231,48 @@ TEST_F(LevelCheck, ReductionRoutinesAndWidening) {
 }
 
 } // namespace
+
+namespace {
+
+// The 16-bit bilinear body, interleaved in both channel orders and planar, at an odd byte address and at
+// an even one, on full-range and adversarial samples (all 0, all 65535, alternating extremes that make
+// every pair of a mean drop a bit), input ending at an unreadable page, guarded output.
+TEST_F(LevelCheck, SixteenBitBilinearAtEveryWidth) {
+    std::mt19937 rng(kSeed + 16);
+    for (int w = 4; w <= 104; ++w)
+        for (int h : {4, 5, 7, 10})
+            for (int pattern = 0; pattern < 4; ++pattern)
+                for (size_t shift : {0, 1}) {
+                    const size_t n = size_t(h) * size_t(w);
+                    std::vector<uint8_t> samples(2 * n);
+                    for (size_t i = 0; i < n; ++i) {
+                        const uint16_t v = pattern == 0   ? uint16_t(rng())
+                                           : pattern == 1 ? 0
+                                           : pattern == 2 ? 65535
+                                                          : uint16_t((i + i / size_t(w)) % 2 ? 65535 : 65533);
+                        std::memcpy(&samples[2 * i], &v, 2);
+                    }
+                    const std::string what = std::to_string(h) + "x" + std::to_string(w) + " pattern " +
+                                             std::to_string(pattern) + " shift " + std::to_string(shift);
+                    ASSERT_TRUE(same(what, [&] {
+                        PageEnd in(2 * n + shift);
+                        std::memcpy(in.data() + shift, samples.data(), 2 * n);
+                        const auto *src = reinterpret_cast<const uint16_t *>(in.data() + shift);
+                        Guarded a(6 * n + shift), b(6 * n + shift), p(6 * n + shift);
+                        auto *da = reinterpret_cast<uint16_t *>(a.data() + shift);
+                        auto *db = reinterpret_cast<uint16_t *>(b.data() + shift);
+                        auto *dp = reinterpret_cast<uint16_t *>(p.data() + shift);
+                        vqpDemosaicingBilinearU16(src, uint32_t(h), uint32_t(w), da);
+                        const uint64_t stop = bilinearBodyRGGBU16(src, db, uint32_t(h), uint32_t(w), 1);
+                        vqpDemosaicingBilinearU16P(src, uint32_t(h), uint32_t(w), dp, dp + n, dp + 2 * n);
+                        EXPECT_TRUE(a.guardsIntact() && b.guardsIntact() && p.guardsIntact()) << what;
+                        std::vector<uint8_t> all = a.bytes;
+                        all.insert(all.end(), b.bytes.begin(), b.bytes.end());
+                        all.insert(all.end(), p.bytes.begin(), p.bytes.end());
+                        all.push_back(uint8_t(stop));
+                        return all;
+                    }));
+                }
+}
+
+} // namespace

@@ -35,10 +35,13 @@ struct Tables {
         for (int i = 0; i < kLevels; ++i) usable[i] = machineHas(static_cast<Level>(i));
 #if defined(__x86_64__) && defined(VELQORA_SIMD)
         avx2::installKernels8(byLevel[int(Level::Avx2)]);
+        avx2::installKernels16(byLevel[int(Level::Avx2)]);
         avx512::installKernels8(byLevel[int(Level::Avx512)]);
+        avx512::installKernels16(byLevel[int(Level::Avx512)]);
 #endif
 #if defined(__aarch64__) && defined(VELQORA_SIMD)
         neon::installKernels8(byLevel[int(Level::Neon)]);
+        neon::installKernels16(byLevel[int(Level::Neon)]);
 #endif
         for (int i = 0; i < kLevels; ++i)
             if (usable[i]) best = static_cast<Level>(i);

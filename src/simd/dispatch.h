@@ -52,6 +52,16 @@ struct Table {
     ptrdiff_t (*unpackPairs)(const uint8_t *src, ptrdiff_t groups, ptrdiff_t srcBytes, uint8_t *dst) = nullptr;
     // 3-byte pixels to 4-byte pixels with a zero fourth byte; returns the pixels it did.
     ptrdiff_t (*bgrToBgra)(const uint8_t *src, ptrdiff_t pixels, uint8_t *dst) = nullptr;
+
+    // ---- 16-bit bilinear body (src/simd/kernels16.h): rows r (blue) and r + 1 (red) from r0, the byte
+    // address of row r - 1 (rows of w samples), pixels from column 1 while a whole vector ends at or
+    // before colEnd; returns the first column not written. Interleaved: blueOut / redOut address pixel 0
+    // of their rows (B, G, R, or R, G, B when redFirst). Planar: planes[] address pixel 0 of the blue row
+    // in the blue, green and red planes, the red row w samples further.
+    int32_t (*u16BilinearRows)(const unsigned char *r0, ptrdiff_t w, int32_t colEnd, unsigned char *blueOut,
+                               unsigned char *redOut, int redFirst) = nullptr;
+    int32_t (*u16BilinearRowsPlanar)(const unsigned char *r0, ptrdiff_t w, int32_t colEnd,
+                                     unsigned char *const *planes) = nullptr;
 };
 
 // The table of the active level.
@@ -86,6 +96,7 @@ bool levelFromName(const char *name, Level *level);
 #define VQ_SIMD_DECLARE_INSTALLERS(isa)                                                                    \
     namespace isa {                                                                                        \
     void installKernels8(Table &t);                                                                        \
+    void installKernels16(Table &t);                                                                       \
     }
 VQ_SIMD_DECLARE_INSTALLERS(avx2)
 VQ_SIMD_DECLARE_INSTALLERS(avx512)

@@ -72,6 +72,20 @@ struct NeonOps {
         out.val[3] = vdup_n_u8(0);
         vst4_u8(dst, out);
     }
+
+    // ---- 16-bit samples at any byte address
+    static W xor_(W a, W b) { return veorq_u16(a, b); }
+    static W load16b(const unsigned char *p) { return vreinterpretq_u16_u8(vld1q_u8(p)); }
+    static void store16b(unsigned char *p, W v) { vst1q_u8(p, vreinterpretq_u8_u16(v)); }
+    static void store3x16b(unsigned char *p, W c0, W c1, W c2) {
+        uint16_t out[3 * N];
+        uint16x8x3_t t;
+        t.val[0] = c0;
+        t.val[1] = c1;
+        t.val[2] = c2;
+        vst3q_u16(out, t);
+        __builtin_memcpy(p, out, sizeof out);
+    }
 };
 
 } // namespace

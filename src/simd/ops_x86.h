@@ -97,6 +97,20 @@ struct Avx2Ops {
                                                 0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
         _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst), _mm256_shuffle_epi8(in, spread));
     }
+
+    // ---- 16-bit samples at any byte address
+    static W xor_(W a, W b) { return _mm256_xor_si256(a, b); }
+    static W load16b(const unsigned char *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); }
+    static void store16b(unsigned char *p, W v) { _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), v); }
+    // Three samples a pixel: c0, c1, c2 (through a buffer: AVX2 has no 16-bit lane permute).
+    static void store3x16b(unsigned char *p, W c0, W c1, W c2) {
+        alignas(32) uint16_t a[3][N], out[3 * N];
+        _mm256_store_si256(reinterpret_cast<__m256i *>(a[0]), c0);
+        _mm256_store_si256(reinterpret_cast<__m256i *>(a[1]), c1);
+        _mm256_store_si256(reinterpret_cast<__m256i *>(a[2]), c2);
+        for (int i = 0; i < N; ++i) out[3 * i] = a[0][i], out[3 * i + 1] = a[1][i], out[3 * i + 2] = a[2][i];
+        __builtin_memcpy(p, out, sizeof out);
+    }
 };
 #endif
 
@@ -174,6 +188,36 @@ struct Avx512Ops {
                                                     _mm512_loadu_si512(src));
         const __m512i spread = _mm512_broadcast_i32x4(_mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
         _mm512_storeu_si512(dst, _mm512_shuffle_epi8(in, spread));
+    }
+
+    // ---- 16-bit samples at any byte address
+    static W xor_(W a, W b) { return _mm512_xor_si512(a, b); }
+    static W load16b(const unsigned char *p) { return _mm512_loadu_si512(p); }
+    static void store16b(unsigned char *p, W v) { _mm512_storeu_si512(p, v); }
+    // Three samples a pixel: c0, c1, c2; output vector j, lane L holds sample (32j + L) % 3 of pixel
+    // (32j + L) / 3.
+    struct Interleave3 {
+        alignas(64) uint16_t pixel[3][N];
+        uint32_t channel[3][3];
+    };
+    static constexpr Interleave3 interleave3() {
+        Interleave3 t{};
+        for (int j = 0; j < 3; ++j)
+            for (int L = 0; L < N; ++L) {
+                t.pixel[j][L] = static_cast<uint16_t>((N * j + L) / 3);
+                t.channel[j][(N * j + L) % 3] |= 1u << L;
+            }
+        return t;
+    }
+    static void store3x16b(unsigned char *p, W c0, W c1, W c2) {
+        static constexpr Interleave3 kT = interleave3();
+        for (int j = 0; j < 3; ++j) {
+            const __m512i index = _mm512_load_si512(kT.pixel[j]);
+            __m512i v = _mm512_maskz_permutexvar_epi16(kT.channel[j][0], index, c0);
+            v = _mm512_mask_permutexvar_epi16(v, kT.channel[j][1], index, c1);
+            v = _mm512_mask_permutexvar_epi16(v, kT.channel[j][2], index, c2);
+            _mm512_storeu_si512(p + 2 * N * j, v);
+        }
     }
 };
 #endif

@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "simd/dispatch.h"
 #include "u16/u16_common.h"
 #include "velqora.h"
 
@@ -130,11 +131,28 @@ inline uint64_t packRowColumn(int32_t row, int32_t column) {
     return (uint64_t{static_cast<uint32_t>(row)} << 32) | static_cast<uint32_t>(column);
 }
 
+// The vector interior of a row pair, if the machine has one: the first column it did not write.
+int32_t vectorRows(Mosaic16 s, int32_t r, int32_t X, const InterleavedU16 &o) {
+    const auto rows = vq::simd::table().u16BilinearRows;
+    if (rows == nullptr) return 1;
+    const auto *r0 = reinterpret_cast<const unsigned char *>(s.p) + 2 * s.at(r - 1, 0);
+    unsigned char *blueRow = o.base.p + 6 * s.at(r, 0);
+    return rows(r0, s.w, X, blueRow, blueRow + 6 * ptrdiff_t{s.w}, o.redAt == 0);
+}
+int32_t vectorRows(Mosaic16 s, int32_t r, int32_t X, const PlanarU16 &o) {
+    const auto rows = vq::simd::table().u16BilinearRowsPlanar;
+    if (rows == nullptr) return 1;
+    const auto *r0 = reinterpret_cast<const unsigned char *>(s.p) + 2 * s.at(r - 1, 0);
+    const ptrdiff_t at = 2 * s.at(r, 0);
+    unsigned char *const planes[3] = {o.blue.p + at, o.green.p + at, o.red.p + at};
+    return rows(r0, s.w, X, planes);
+}
+
 template <class Store>
 uint64_t body(Mosaic16 s, int32_t h, int32_t w, const Store &o) {
     const int32_t Y = firstRowLeft(h), X = firstColumnLeft(w);
     for (int32_t r = 1; r < Y; r += 2) {
-        for (int32_t k = 1; k < X - 1; k += 2) {
+        for (int32_t k = vectorRows(s, r, X, o); k < X - 1; k += 2) {
             blueSite(s, r, k, o);
             greenOnBlueRow(s, r, k + 1, o);
             greenOnRedRow(s, r + 1, k, o);
