@@ -26,6 +26,7 @@
 #include <utility>
 
 #include "core/pixel_store.h"
+#include "simd/dispatch.h"
 
 namespace vq::edge {
 
@@ -118,11 +119,13 @@ struct Slot {
     From from = From::None;
     Form vertical = Form::Interior;
     bool finish = false;
+    constexpr bool operator==(const Slot &) const = default;
 };
 
 struct BandShape {
     Slot slot[5];
     bool writesLine = false; // store the estimates of slots 2 and 3 for the next band
+    constexpr bool operator==(const BandShape &) const = default;
 };
 
 constexpr Slot kNone{};
@@ -179,6 +182,7 @@ public:
         column<Form::EdgeBefore, 0>(0);
         column<Form::NoFarBefore, 1>(1);
         ptrdiff_t x = 2;
+        if constexpr (S == kBody) x = vectorInterior();
         for (; x + 4 <= w_; x += 2) {
             column<Form::Interior, 0>(x);
             column<Form::Interior, 1>(x + 1);
@@ -201,6 +205,25 @@ public:
     }
 
 private:
+    // The body's interior columns through the vector table, when there is one for this store; returns
+    // where the columns go on, with the two columns before it in the window as the scalar visit leaves them.
+    ptrdiff_t vectorInterior() {
+        const auto vector = simd::kernels<Store>().edgeBody;
+        if (vector == nullptr) return 2;
+        uint8_t seam[2] = {static_cast<uint8_t>(col(0).green[0]), static_cast<uint8_t>(col(1).green[1])};
+        const ptrdiff_t x = vector(rows_.row, w_, line_, seam, out_);
+        if (x == 2) return x;
+        for (int p = 0; p < 2; ++p) { // the line entry found (slot p) and the new estimate (slot p + 2)
+            Column &c = col(x - 2 + p);
+            c.green[p] = seam[p];
+            c.diff[p] = sample(p, x - 2 + p) - c.green[p];
+            c.green[p + 2] = line_[x - 2 + p];
+            c.diff[p + 2] = sample(p + 2, x - 2 + p) - c.green[p + 2];
+        }
+        out_.putGreen(pixel(2, x - 1), sample(2, x - 1)); // row r's green there waits for red and blue
+        return x;
+    }
+
     // Greens at the column's red or blue sites by slot, and their colour differences.
     struct Column {
         int32_t green[5];

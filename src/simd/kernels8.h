@@ -36,6 +36,11 @@ struct VecStore<O, vq::InterleavedStore<Bytes, ZeroAlpha>> {
         else if constexpr (ZeroAlpha) O::store4(p, first, g, last);
         else O::store4Keep(p, first, g, last);
     }
+    // The green byte alone; the other bytes keep what they held.
+    static void putGreen(const vq::InterleavedStore<Bytes, ZeroAlpha> &s, ptrdiff_t i, W g) {
+        if constexpr (Bytes == 3) O::storeGreen3(s.base + i * 3, g);
+        else O::storeGreen4(s.base + i * 4, g);
+    }
 };
 
 template <class O>
@@ -46,6 +51,7 @@ struct VecStore<O, vq::PlanarStore> {
         O::store8(s.green + i, g);
         O::store8(s.blue + i, b);
     }
+    static void putGreen(const vq::PlanarStore &s, ptrdiff_t i, W g) { O::store8(s.green + i, g); }
 };
 
 // (wR*R + wG*G + wB*B + 128) >> 8, low 8 bits kept: those bits depend only on the low 16 bits of the sum,
@@ -58,6 +64,7 @@ struct VecStore<O, vq::LumaStore> {
                              O::add(O::mullo(O::set1(s.wB), b), O::set1(128)));
         O::store8(s.base + i, O::and_(O::template srl<8>(sum), O::set1(0xFF)));
     }
+    static void putGreen(const vq::LumaStore &, ptrdiff_t, W) {} // luma is written with red and blue
 };
 
 // ---- Nearest-neighbour -----------------------------------------------------------------------------------
@@ -145,6 +152,102 @@ int32_t bilinearGreenFirstRows(const uint8_t *r0, ptrdiff_t w, int32_t colEnd, c
     return x;
 }
 
+// ---- Edge-directed body band -----------------------------------------------------------------------------
+//
+// A step covers the N columns x .. x+N-1 of the band of R/G row r (x even: even lanes are the red sites of
+// row r, odd lanes the blue sites of row r+1) and estimates their greens from the source alone; it then
+// finishes red and blue of rows r-1 and r at the columns x-1 .. x+N-2 (x-1 odd: even lanes are odd
+// columns), whose neighbours to the right are the step's own columns and to the left the previous step's.
+// Per column the step keeps the line entry it found ("old": greens of row r-2 at even columns, of row r-1
+// at odd ones), the new estimate, and the colour difference (sample minus green) of each.
+
+template <class O>
+struct EdgeEstimate {
+    typename O::W grad, value;
+};
+
+// Along one direction: green neighbours m1, p1, the site c and the same-colour samples m2, p2 beyond.
+template <class O>
+EdgeEstimate<O> edgeInterior(typename O::W m2, typename O::W m1, typename O::W c, typename O::W p1, typename O::W p2) {
+    const auto second = O::sub(O::sub(O::add(c, c), m2), p2);
+    return {O::add(O::abs(O::sub(m1, p1)), O::abs(second)),
+            O::add(O::template srl<1>(O::add(m1, p1)), O::template sra<2>(second))};
+}
+
+template <class O>
+struct EdgeColumns {
+    typename O::W old, fresh, oldDiff, freshDiff; // line entries found, new greens, and their differences
+};
+
+template <class O, class Store>
+int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t *seam, const Store &out) {
+    using W = typename O::W;
+    constexpr int N = O::N;
+    ptrdiff_t x = 2;
+    if (x + N + 2 > w) return int32_t(x);
+    const uint8_t *r0 = rows[0], *r1 = rows[1], *r2 = rows[2], *r3 = rows[3], *r4 = rows[4], *r5 = rows[5];
+
+    // Columns 0 and 1, as the last two lanes of a step before the first.
+    EdgeColumns<O> prev;
+    {
+        alignas(64) uint16_t lanes[4][N] = {};
+        lanes[0][N - 2] = seam[0], lanes[0][N - 1] = seam[1];
+        lanes[1][N - 2] = line[0], lanes[1][N - 1] = line[1];
+        lanes[2][N - 2] = r0[0], lanes[2][N - 1] = r1[1]; // the sites of the old entries
+        lanes[3][N - 2] = r2[0], lanes[3][N - 1] = r3[1]; // and of the new ones
+        prev.old = O::load16(lanes[0]);
+        prev.fresh = O::load16(lanes[1]);
+        prev.oldDiff = O::sub(O::load16(lanes[2]), prev.old);
+        prev.freshDiff = O::sub(O::load16(lanes[3]), prev.fresh);
+    }
+
+    for (; x + N + 2 <= w; x += N) {
+        // Greens of columns x .. x+N-1: rows r (even lanes) and r+1 (odd lanes).
+        const W s0 = O::load8(r0 + x), s1 = O::load8(r1 + x), s2 = O::load8(r2 + x), s3 = O::load8(r3 + x),
+                s4 = O::load8(r4 + x), s5 = O::load8(r5 + x);
+        const W site = O::oddFrom(s2, s3);
+        const auto across = [&](ptrdiff_t d) { return O::oddFrom(O::load8(r2 + x + d), O::load8(r3 + x + d)); };
+        const EdgeEstimate<O> h = edgeInterior<O>(across(-2), across(-1), site, across(1), across(2));
+        const EdgeEstimate<O> v =
+            edgeInterior<O>(O::oddFrom(s0, s1), O::oddFrom(s1, s2), site, O::oddFrom(s3, s4), O::oddFrom(s4, s5));
+        EdgeColumns<O> cur;
+        cur.fresh = O::clampByte(O::pickLess(h.grad, v.grad, h.value, v.value)); // ties vertical
+        cur.old = O::load8(line + x);
+        cur.freshDiff = O::sub(site, cur.fresh);
+        cur.oldDiff = O::sub(O::oddFrom(s0, s1), cur.old);
+        O::store8(line + x, cur.fresh);
+        VecStore<O, Store>::putGreen(out, w + x, O::oddFrom(s3, cur.fresh));
+
+        // Red and blue of columns x-1 .. x+N-2: each column's differences and those of its neighbours.
+        const W old = O::template lanesBack<1>(prev.old, cur.old);
+        const W fresh = O::template lanesBack<1>(prev.fresh, cur.fresh);
+        const W oldLeft = O::template lanesBack<2>(prev.oldDiff, cur.oldDiff), oldRight = cur.oldDiff;
+        const W freshLeft = O::template lanesBack<2>(prev.freshDiff, cur.freshDiff), freshRight = cur.freshDiff;
+        // Above and below the column (both at its own parity), and the four diagonals.
+        const W vertical = O::add(O::template lanesBack<1>(prev.oldDiff, cur.oldDiff),
+                                  O::template lanesBack<1>(prev.freshDiff, cur.freshDiff));
+        const W diagonal = O::add(O::add(oldLeft, oldRight), O::add(freshLeft, freshRight));
+        const W halfVertical = O::template sra<1>(vertical), quarterDiagonal = O::template sra<2>(diagonal);
+        const W above = O::load8(r1 + x - 1), here = O::load8(r2 + x - 1);
+        // Row r-1 (G/B): blue sites at odd columns (even lanes), green sites at even ones.
+        VecStore<O, Store>::put(
+            out, x - 1 - w, O::clampByte(O::oddFrom(O::add(old, quarterDiagonal), O::add(above, halfVertical))),
+            O::oddFrom(old, above),
+            O::oddFrom(above, O::clampByte(O::add(above, O::template sra<1>(O::add(oldLeft, oldRight))))));
+        // Row r (R/G): green sites at odd columns (even lanes), red sites at even ones.
+        VecStore<O, Store>::put(
+            out, x - 1, O::oddFrom(O::clampByte(O::add(here, O::template sra<1>(O::add(freshLeft, freshRight)))), here),
+            O::oddFrom(here, fresh),
+            O::clampByte(O::oddFrom(O::add(here, halfVertical), O::add(fresh, quarterDiagonal))));
+        prev = cur;
+    }
+
+    alignas(64) uint16_t lanes[N];
+    O::store16b(reinterpret_cast<unsigned char *>(lanes), prev.old);
+    seam[0] = uint8_t(lanes[N - 2]), seam[1] = uint8_t(lanes[N - 1]);
+    return int32_t(x);
+}
+
 // ---- Depth reduction and widening ------------------------------------------------------------------------
 
 template <class O>
@@ -179,6 +282,7 @@ void installStore(vq::simd::StoreKernels<Store> &k) {
     k.bilinearGreenFirstRows = bilinearGreenFirstRows<O, Store>;
     k.nearestRRow = nearestRow<O, true, Store>;
     k.nearestBRow = nearestRow<O, false, Store>;
+    k.edgeBody = edgeBody<O, Store>;
 }
 
 template <class O>

@@ -86,6 +86,25 @@ struct NeonOps {
         vst3q_u16(out, t);
         __builtin_memcpy(p, out, sizeof out);
     }
+
+    // ---- Signed 16-bit lanes (differences of samples) and lane moves
+    static int16x8_t s(W a) { return vreinterpretq_s16_u16(a); }
+    static W u(int16x8_t a) { return vreinterpretq_u16_s16(a); }
+    template <int K> static W sra(W a) { return u(vshrq_n_s16(s(a), K)); }
+    static W abs(W a) { return u(vabsq_s16(s(a))); }
+    static W clampByte(W a) { return u(vminq_s16(vmaxq_s16(s(a), vdupq_n_s16(0)), vdupq_n_s16(255))); }
+    static W pickLess(W a, W b, W ifLess, W otherwise) { return vbslq_u16(vcltq_s16(s(a), s(b)), ifLess, otherwise); }
+    template <int K> static W lanesBack(W prev, W cur) { return vextq_u16(prev, cur, N - K); }
+    static void storeGreen3(uint8_t *p, W g) {
+        uint8x8x3_t t = vld3_u8(p);
+        t.val[1] = vmovn_u16(g);
+        vst3_u8(p, t);
+    }
+    static void storeGreen4(uint8_t *p, W g) {
+        uint8x8x4_t t = vld4_u8(p);
+        t.val[1] = vmovn_u16(g);
+        vst4_u8(p, t);
+    }
 };
 
 } // namespace

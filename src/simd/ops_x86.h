@@ -111,6 +111,50 @@ struct Avx2Ops {
         for (int i = 0; i < N; ++i) out[3 * i] = a[0][i], out[3 * i + 1] = a[1][i], out[3 * i + 2] = a[2][i];
         __builtin_memcpy(p, out, sizeof out);
     }
+
+    // ---- Signed 16-bit lanes (differences of samples) and lane moves
+    template <int K> static W sra(W a) { return _mm256_srai_epi16(a, K); }
+    static W abs(W a) { return _mm256_abs_epi16(a); }
+    static W clampByte(W a) { return _mm256_min_epi16(_mm256_max_epi16(a, _mm256_setzero_si256()), _mm256_set1_epi16(255)); }
+    // a < b (signed) ? ifLess : otherwise, per lane.
+    static W pickLess(W a, W b, W ifLess, W otherwise) {
+        return _mm256_blendv_epi8(otherwise, ifLess, _mm256_cmpgt_epi16(b, a));
+    }
+    // The last K lanes of `prev` followed by the first N - K lanes of `cur`.
+    template <int K> static W lanesBack(W prev, W cur) {
+        return _mm256_alignr_epi8(cur, _mm256_permute2x128_si256(prev, cur, 0x21), 16 - 2 * K);
+    }
+    // The green byte of N 3-byte or 4-byte pixels; the other bytes keep what they held.
+    static void storeGreen3(uint8_t *p, W g) {
+        const W zero = _mm256_setzero_si256();
+        __m256i lo, hi;
+        words(zero, g, zero, lo, hi);
+        greenInto24(p, lo);
+        greenInto24(p + 24, hi);
+    }
+    static void greenInto24(uint8_t *p, __m256i words8) {
+        const __m256i shuffle = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1,
+                                                 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+        const __m256i packed = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(words8, shuffle),
+                                                           _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
+        const __m256i green = _mm256_setr_epi8(0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0,
+                                               -1, 0, 0, -1, 0, 0, -1, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+        const __m256i old = _mm256_inserti128_si256(
+            _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p))),
+            _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p + 16)), 1);
+        const __m256i out = _mm256_blendv_epi8(old, packed, green);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(out));
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(p + 16), _mm256_extracti128_si256(out, 1));
+    }
+    static void storeGreen4(uint8_t *p, W g) {
+        const W zero = _mm256_setzero_si256();
+        __m256i lo, hi;
+        words(zero, g, zero, lo, hi);
+        const __m256i green = _mm256_set1_epi32(0x0000FF00);
+        __m256i *q = reinterpret_cast<__m256i *>(p);
+        _mm256_storeu_si256(q, _mm256_blendv_epi8(_mm256_loadu_si256(q), lo, green));
+        _mm256_storeu_si256(q + 1, _mm256_blendv_epi8(_mm256_loadu_si256(q + 1), hi, green));
+    }
 };
 #endif
 
@@ -143,7 +187,8 @@ struct Avx512Ops {
         lo = _mm512_permutex2var_epi64(a, _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11), b);
         hi = _mm512_permutex2var_epi64(a, _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15), b);
     }
-    static void store3(uint8_t *p, W c0, W c1, W c2) {
+    // 3 bytes a pixel: the first 64 of the 96 bytes in `first`, the rest in the low half of `second`.
+    static void pack3(W c0, W c1, W c2, __m512i &first, __m512i &second) {
         __m512i lo, hi;
         words(c0, c1, c2, lo, hi);
         const __m512i shuffle = _mm512_broadcast_i32x4(
@@ -151,10 +196,13 @@ struct Avx512Ops {
         lo = _mm512_shuffle_epi8(lo, shuffle); // 12 bytes at the start of every 16
         hi = _mm512_shuffle_epi8(hi, shuffle);
         // 96 bytes: the 12 useful words of `lo`, then those of `hi`.
-        const __m512i first = _mm512_permutex2var_epi32(
-            lo, _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20), hi);
-        const __m512i second = _mm512_permutexvar_epi32(
-            _mm512_setr_epi32(5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0, 0, 0, 0, 0), hi);
+        first = _mm512_permutex2var_epi32(lo, _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20),
+                                          hi);
+        second = _mm512_permutexvar_epi32(_mm512_setr_epi32(5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0, 0, 0, 0, 0), hi);
+    }
+    static void store3(uint8_t *p, W c0, W c1, W c2) {
+        __m512i first, second;
+        pack3(c0, c1, c2, first, second);
         _mm512_storeu_si512(p, first);
         _mm256_storeu_si256(reinterpret_cast<__m256i *>(p + 64), _mm512_castsi512_si256(second));
     }
@@ -218,6 +266,37 @@ struct Avx512Ops {
             v = _mm512_mask_permutexvar_epi16(v, kT.channel[j][2], index, c2);
             _mm512_storeu_si512(p + 2 * N * j, v);
         }
+    }
+
+    // ---- Signed 16-bit lanes (differences of samples) and lane moves
+    template <int K> static W sra(W a) { return _mm512_srai_epi16(a, K); }
+    static W abs(W a) { return _mm512_abs_epi16(a); }
+    static W clampByte(W a) { return _mm512_min_epi16(_mm512_max_epi16(a, _mm512_setzero_si512()), _mm512_set1_epi16(255)); }
+    static W pickLess(W a, W b, W ifLess, W otherwise) {
+        return _mm512_mask_blend_epi16(_mm512_cmplt_epi16_mask(a, b), otherwise, ifLess);
+    }
+    template <int K> static W lanesBack(W prev, W cur) {
+        static constexpr auto kIndex = [] {
+            struct { alignas(64) uint16_t i[N]; } t{};
+            for (int L = 0; L < N; ++L) t.i[L] = static_cast<uint16_t>(L < K ? N - K + L : N + L - K);
+            return t;
+        }();
+        return _mm512_permutex2var_epi16(prev, _mm512_loadu_si512(kIndex.i), cur);
+    }
+    static void storeGreen3(uint8_t *p, W g) {
+        const W zero = _mm512_setzero_si512();
+        __m512i first, second;
+        pack3(zero, g, zero, first, second);
+        _mm512_mask_storeu_epi8(p, 0x2492492492492492ull, first);          // bytes 3i + 1
+        _mm256_mask_storeu_epi8(p + 64, 0x49249249u, _mm512_castsi512_si256(second)); // bytes 64 + 3i
+    }
+    static void storeGreen4(uint8_t *p, W g) {
+        const W zero = _mm512_setzero_si512();
+        __m512i lo, hi;
+        words(zero, g, zero, lo, hi);
+        constexpr __mmask64 kSecond = 0x2222222222222222ull;
+        _mm512_mask_storeu_epi8(p, kSecond, lo);
+        _mm512_mask_storeu_epi8(p + 64, kSecond, hi);
     }
 };
 #endif
