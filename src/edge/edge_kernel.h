@@ -172,7 +172,10 @@ public:
     // Pieces that do not store into the line get it read-only.
     using Line = std::conditional_t<S.writesLine, uint8_t *, const uint8_t *>;
 
-    Band(const RowSet &rows, ptrdiff_t w, const Store &out, Line line) : rows_(rows), w_(w), out_(out), line_(line) {}
+    // `belowRewritten`: the next band is a body band on the same store, whose vector columns write row r+1
+    // whole, so this band's vector columns need not place that row's greens.
+    Band(const RowSet &rows, ptrdiff_t w, const Store &out, Line line, bool belowRewritten = false)
+        : rows_(rows), w_(w), out_(out), line_(line), belowRewritten_(belowRewritten) {}
 
     // Column scheme: columns 0 and 1, pairs of interior columns, then a tail of two columns (even width)
     // or three (odd width). `TailDeparture` is the first RGGB band's odd-width tail, whose columns w-3 and
@@ -211,7 +214,7 @@ private:
         const auto vector = simd::kernels<Store>().edgeBody;
         if (vector == nullptr) return 2;
         uint8_t seam[2] = {static_cast<uint8_t>(col(0).green[0]), static_cast<uint8_t>(col(1).green[1])};
-        const ptrdiff_t x = vector(rows_.row, w_, line_, seam, out_);
+        const ptrdiff_t x = vector(rows_.row, w_, line_, seam, !belowRewritten_, out_);
         if (x == 2) return x;
         for (int p = 0; p < 2; ++p) { // the line entry found (slot p) and the new estimate (slot p + 2)
             Column &c = col(x - 2 + p);
@@ -220,7 +223,9 @@ private:
             c.green[p + 2] = line_[x - 2 + p];
             c.diff[p + 2] = sample(p + 2, x - 2 + p) - c.green[p + 2];
         }
-        out_.putGreen(pixel(2, x - 1), sample(2, x - 1)); // row r's green there waits for red and blue
+        // The greens of column x-1, whose red and blue the scalar visit of column x finishes.
+        out_.putGreen(pixel(2, x - 1), sample(2, x - 1));
+        out_.putGreen(pixel(3, x - 1), line_[x - 1]);
         return x;
     }
 
@@ -307,21 +312,24 @@ private:
     ptrdiff_t w_;
     Store out_; // at row r
     Line line_;
+    bool belowRewritten_;
     Column window_[4]{};
 };
 
 template <BandShape S, bool TailDeparture = false, class Store>
-void runBand(const RowSet &rows, ptrdiff_t w, const Store &outRow, typename Band<S, Store>::Line line) {
-    Band<S, Store>(rows, w, outRow, line).template run<TailDeparture>();
+void runBand(const RowSet &rows, ptrdiff_t w, const Store &outRow, typename Band<S, Store>::Line line,
+             bool belowRewritten = false) {
+    Band<S, Store>(rows, w, outRow, line, belowRewritten).template run<TailDeparture>();
 }
 
 // ---- The pieces and the drivers --------------------------------------------------------------------------
 // `out` addresses the whole frame; a piece gets it moved to its band row.
 
-// Rows r-1 and r finished, greens of rows r and r+1 estimated; r < h-3.
+// Rows r-1 and r finished, greens of rows r and r+1 estimated; r < h-3. `belowRewritten`: the next band
+// is a body band too.
 template <class Store>
-int64_t body(const RowSet &rows, ptrdiff_t w, const Store &outRow, uint8_t *line) {
-    runBand<kBody>(rows, w, outRow, line);
+int64_t body(const RowSet &rows, ptrdiff_t w, const Store &outRow, uint8_t *line, bool belowRewritten = false) {
+    runBand<kBody>(rows, w, outRow, line, belowRewritten);
     return 0;
 }
 // Even-height RGGB / odd-height GBRG bottom: band r = h-2.
@@ -341,7 +349,7 @@ int64_t last3Rows(const RowSet &rows, ptrdiff_t w, const Store &outRow, const ui
 // end this way; the GBRG frame runs it one row lower.
 template <class Store>
 int64_t bodyAndBottom(const uint8_t *src, ptrdiff_t h, ptrdiff_t w, const Store &out, uint8_t *line, ptrdiff_t r) {
-    for (; r < h - 3; r += 2) body(rowSet(src, h, w, r), w, out.at(r * w), line);
+    for (; r < h - 3; r += 2) body(rowSet(src, h, w, r), w, out.at(r * w), line, r + 2 < h - 3);
     if (h - r == 2) last2Rows(rowSet(src, h, w, r), w, out.at(r * w), line);
     else last3Rows(rowSet(src, h, w, r), w, out.at(r * w), line);
     return 0;
@@ -434,7 +442,7 @@ void bandsOfThread(const uint8_t *src, ptrdiff_t h, ptrdiff_t w, bool gbrg, cons
     }
     const ptrdiff_t end = r0 + 2 * endBand;
     if (endBand < bodyBands(h, gbrg)) {
-        for (; r < end; r += 2) body(rowSet(src, h, w, r), w, out.at(r * w), line);
+        for (; r < end; r += 2) body(rowSet(src, h, w, r), w, out.at(r * w), line, r + 2 < end);
     } else {
         bodyAndBottom(src, h, w, out, line, r);
     }

@@ -40,10 +40,10 @@ struct StoreKernels {
     // row r and `line` is the green line. Called once the band has visited columns 0 and 1, with `seam`
     // holding the line's entries of those two columns as the band found them. Visits columns from 2 while
     // whole vectors end before the last two columns (green estimates, line entries, greens of rows r and
-    // r+1) and finishes red and blue of rows r-1 and r up to the column before the last one visited.
-    // Returns the first column not visited and leaves in `seam` the line's entries of the two columns
-    // before it as the band found them.
-    int32_t (*edgeBody)(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t *seam,
+    // r+1, unless `greensBelow` is 0) and finishes red and blue of rows r-1 and r up to the column before
+    // the last one visited. Returns the first column not visited and leaves in `seam` the line's entries
+    // of the two columns before it as the band found them.
+    int32_t (*edgeBody)(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t *seam, int greensBelow,
                         const Store &out) = nullptr;
 };
 

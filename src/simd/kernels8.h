@@ -180,7 +180,8 @@ struct EdgeColumns {
 };
 
 template <class O, class Store>
-int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t *seam, const Store &out) {
+int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t *seam, int greensBelow,
+                 const Store &out) {
     using W = typename O::W;
     constexpr int N = O::N;
     ptrdiff_t x = 2;
@@ -216,7 +217,7 @@ int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t
         cur.freshDiff = O::sub(site, cur.fresh);
         cur.oldDiff = O::sub(O::oddFrom(s0, s1), cur.old);
         O::store8(line + x, cur.fresh);
-        VecStore<O, Store>::putGreen(out, w + x, O::oddFrom(s3, cur.fresh));
+        if (greensBelow) VecStore<O, Store>::putGreen(out, w + x, O::oddFrom(s3, cur.fresh));
 
         // Red and blue of columns x-1 .. x+N-2: each column's differences and those of its neighbours.
         const W old = O::template lanesBack<1>(prev.old, cur.old);
