@@ -149,6 +149,28 @@ TEST_F(LevelCheck, EveryMethodLayoutAndPhaseAtEveryWidth) {
     }
 }
 
+// The edge-directed method at every height and width up to 40 and around the seams of two vector steps,
+// every phase and layout: chains of body bands of every length and parity, stripes of period four in
+// either direction (estimates past 0 and 255), flat frames and ramps (gradient ties), random extremes.
+TEST_F(LevelCheck, EdgeDirectedAtEverySize) {
+    std::mt19937 rng(kSeed + 8);
+    std::vector<int> widths;
+    for (int w = 4; w <= 40; ++w) widths.push_back(w);
+    for (int w = 64; w <= 72; ++w) widths.push_back(w);
+    int k = 0;
+    for (int h = 4; h <= 40; ++h)
+        for (const int w : widths) {
+            std::vector<uint8_t> mosaic(size_t(h) * size_t(w));
+            const int pattern = k++ % int(Pattern::Count);
+            fill(mosaic.data(), h, w, Pattern(pattern), rng);
+            for (Phase p : kPhases)
+                for (uint64_t config : kOutputFormats)
+                    ASSERT_TRUE(same(std::string(phaseName(p)) + " " + std::to_string(h) + "x" + std::to_string(w) +
+                                         " format " + std::to_string(config) + " pattern " + std::to_string(pattern),
+                                     [&] { return convert8(mosaic, h, w, phaseCode(p), config, VQP_METHOD_EDGE); }));
+        }
+}
+
 // Deep and packed input through the entry point: every width, both reduction routines of each kind.
 TEST_F(LevelCheck, DeepAndPackedInput) {
     std::mt19937 rng(kSeed + 1);
