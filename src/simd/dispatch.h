@@ -71,6 +71,14 @@ struct Table {
                                unsigned char *redOut, int redFirst) = nullptr;
     int32_t (*u16BilinearRowsPlanar)(const unsigned char *r0, ptrdiff_t w, int32_t colEnd,
                                      unsigned char *const *planes) = nullptr;
+
+    // ---- 16-bit edge-directed kernel (src/simd/kernels16.h): the steps of one row pair from step column
+    // x0 while a whole vector of steps ends at or before columnEnd; s0 and d0 are the byte addresses of the
+    // pair's first source row (w samples a row) and destination row (3w samples a row). Returns the first
+    // step column not done. The pair's second row is read back and rewritten whole where it writes green
+    // and blue, and the row above where it writes red: no other thread may write those rows meanwhile.
+    int32_t (*u16EdgePair)(const unsigned char *s0, ptrdiff_t w, unsigned char *d0, int32_t x0, int32_t columnEnd,
+                           int32_t maximum) = nullptr;
 };
 
 // The table of the active level.

@@ -1,5 +1,6 @@
-// The 16-bit bilinear body written once over the operations layer `O` (ops_x86.h, ops_neon.h) and
-// instantiated per instruction set by src/simd/kernels16_<isa>.cpp. Everything is local to that unit.
+// The 16-bit bilinear body and edge-directed kernel, written once over the operations layer `O`
+// (ops_x86.h, ops_neon.h) and instantiated per instruction set by src/simd/kernels16_<isa>.cpp. Everything
+// is local to that unit.
 //
 // Lanes hold 16-bit samples, one pixel each. Means are formed without leaving 16 bits, exactly:
 //   floor((a + b) / 2)          = (a & b) + ((a ^ b) >> 1)
@@ -94,10 +95,125 @@ int32_t rowsPlanar(const unsigned char *r0, ptrdiff_t w, int32_t colEnd, unsigne
     return x;
 }
 
+// ---- 16-bit edge-directed kernel -------------------------------------------------------------------------
+//
+// One row pair (y an R/G row, y+1 a G/B row), N32 steps a vector: lane i is the step centred on the red
+// site (y, x+2i). Samples are loaded as 32-bit pairs (the even column in the low half, the odd one in the
+// high half), so every step's own columns sit in its lane; the arithmetic runs in 32-bit lanes, as the
+// differences of 16-bit samples need. Greens of the two rows above come from the destination, greens of the
+// step before from the previous lane (the destination for the first). Each vector then writes row y whole
+// from the column before its first step (that column's blue comes from the step before), red into the row
+// above, and green and blue into row y+1 (its red waits for the next pair).
+template <class O>
+int32_t edgePair(const unsigned char *s0, ptrdiff_t w, unsigned char *d0, int32_t x0, int32_t columnEnd,
+                 int32_t maximum) {
+    using D = typename O::D;
+    constexpr int S = O::N32; // steps a vector: 2S pixels
+    ptrdiff_t x = x0;
+    if (x + 2 * S > columnEnd) return x0;
+    const ptrdiff_t sr = 2 * w, dr = 6 * w; // row strides in bytes
+    const unsigned char *sm2 = s0 - 2 * sr, *sm1 = s0 - sr, *s1 = s0 + sr, *s2 = s0 + 2 * sr, *s3 = s0 + 3 * sr;
+    unsigned char *dm2 = d0 - 2 * dr, *dm1 = d0 - dr, *d1 = d0 + dr;
+    enum { B = 0, G = 1, R = 2 };
+
+    const auto at = [](const unsigned char *row, ptrdiff_t c) { return O::toD(O::load16b(row + 2 * c)); };
+    const auto sample = [](const unsigned char *p, ptrdiff_t i) {
+        uint16_t v;
+        __builtin_memcpy(&v, p + 2 * i, 2);
+        return uint32_t{v};
+    };
+    const D low = O::set1_32(0xFFFF), top = O::set1_32(maximum);
+    const auto lo = [&](D v) { return O::and_(v, low); };
+    const auto hi = [](D v) { return O::template srl32<16>(v); };
+    const auto pair = [](D even, D odd) { return O::or_(even, O::template sll32<16>(odd)); };
+    const auto clamp = [&](D v) { return O::clamp32(v, top); };
+    const auto twice = [](D v) { return O::add32(v, v); };
+    const auto quarter = [](D v) { return O::template sra32<2>(v); };
+    const auto half = [](D v) { return O::template sra32<1>(v); };
+    const auto green = [](const unsigned char *row) { return O::toD(O::template channel3x16b<G>(row)); };
+
+    // The step before x0: its lane is the last of a vector.
+    D prevGreenA, prevGreenB, prevBlueRight, prevAbove2, prevAbove1;
+    {
+        alignas(64) uint32_t lanes[5][S] = {};
+        lanes[0][S - 1] = sample(d0, 3 * (x - 2) + G);
+        lanes[1][S - 1] = sample(d1, 3 * (x - 1) + G);
+        lanes[2][S - 1] = sample(d0, 3 * (x - 1) + B);
+        lanes[3][S - 1] = sample(dm2, 3 * (x - 2) + G) | sample(dm2, 3 * (x - 1) + G) << 16;
+        lanes[4][S - 1] = sample(dm1, 3 * (x - 2) + G) | sample(dm1, 3 * (x - 1) + G) << 16;
+        const auto load = [&](int k) { return O::toD(O::load16b(reinterpret_cast<const unsigned char *>(lanes[k]))); };
+        prevGreenA = load(0), prevGreenB = load(1), prevBlueRight = load(2), prevAbove2 = load(3), prevAbove1 = load(4);
+    }
+
+    for (; x + 2 * S <= columnEnd; x += 2 * S) {
+        const D row0 = at(s0, x), row0L = at(s0, x - 2), row0R = at(s0, x + 2);
+        const D row1 = at(s1, x), row1L = at(s1, x - 2), row1R = at(s1, x + 2);
+        const D up2 = at(sm2, x), up2L = at(sm2, x - 2), up1 = at(sm1, x), up1L = at(sm1, x - 2);
+        const D down2 = at(s2, x), down3 = at(s3, x);
+
+        // Green at the red site (y, x): ties vertical.
+        const D a = lo(row0), left = hi(row0L), right = hi(row0);
+        const D a2H = O::sub32(O::sub32(twice(a), lo(row0L)), lo(row0R));
+        const D a2V = O::sub32(O::sub32(twice(a), lo(up2)), lo(down2));
+        const D costHa = O::add32(O::abs32(O::sub32(left, right)), O::abs32(a2H));
+        const D costVa = O::add32(O::abs32(O::sub32(lo(up1), lo(row1))), O::abs32(a2V));
+        const D greenA = clamp(O::pickNotLess32(costHa, costVa, O::add32(quarter(a2V), O::template srl32<1>(O::add32(lo(up1), lo(row1)))),
+                                                O::add32(quarter(a2H), O::template srl32<1>(O::add32(left, right)))));
+        // Green at the blue site (y+1, x+1).
+        const D b = hi(row1);
+        const D b2H = O::sub32(O::sub32(twice(b), hi(row1L)), hi(row1R));
+        const D b2V = O::sub32(O::sub32(twice(b), hi(up1)), hi(down3));
+        const D costHb = O::add32(O::abs32(O::sub32(lo(row1), lo(row1R))), O::abs32(b2H));
+        const D costVb = O::add32(O::abs32(O::sub32(right, hi(down2))), O::abs32(b2V));
+        const D greenB = clamp(O::pickNotLess32(costHb, costVb, O::add32(quarter(b2V), O::template srl32<1>(O::add32(right, hi(down2)))),
+                                                O::add32(quarter(b2H), O::template srl32<1>(O::add32(lo(row1), lo(row1R))))));
+
+        // Greens around: rows y-2 and y-1 at the step's columns and the step before, the step before's own.
+        const D above2 = green(dm2 + 6 * x), above1 = green(dm1 + 6 * x);
+        const D above2L = O::laneBack32(prevAbove2, above2), above1L = O::laneBack32(prevAbove1, above1);
+        const D greenAL = O::laneBack32(prevGreenA, greenA), greenBL = O::laneBack32(prevGreenB, greenB);
+
+        const D dR = O::sub32(a, greenA), dB = O::sub32(b, greenB);
+        const D dRUp = O::sub32(lo(up2), lo(above2));
+        const D dRLeft = O::sub32(lo(row0L), greenAL);
+        const D dRUpLeft = O::sub32(lo(up2L), lo(above2L));
+        const D dBUpLeft = O::sub32(hi(up1L), hi(above1L));
+        const D dBUpRight = O::sub32(hi(up1), hi(above1));
+        const D dBLeft = O::sub32(hi(row1L), greenBL);
+
+        // Row y-1: red of (y-1, x-1) and (y-1, x).
+        const D redUpLeft = clamp(O::add32(hi(above1L), quarter(O::add32(O::add32(dRLeft, dRUpLeft), O::add32(dRUp, dR)))));
+        const D redUp = clamp(O::add32(lo(up1), half(O::add32(dRUp, dR))));
+        const D zero = O::set1_32(0);
+        O::template replace3x16b<1 << R>(dm1 + 6 * (x - 1), O::toW(zero), O::toW(zero), O::toW(pair(redUpLeft, redUp)));
+        // Row y whole, pixels x-1 (a green site) and x (the red site).
+        const D redLeft = clamp(O::add32(left, half(O::add32(dRLeft, dR))));
+        const D blueHere = clamp(O::add32(greenA, quarter(O::add32(O::add32(dBUpLeft, dBUpRight), O::add32(dBLeft, dB)))));
+        const D blueRight = clamp(O::add32(right, half(O::add32(dBUpRight, dB))));
+        O::store3x16b(d0 + 6 * (x - 1), O::toW(pair(O::laneBack32(prevBlueRight, blueRight), blueHere)),
+                      O::toW(pair(left, greenA)), O::toW(pair(redLeft, a)));
+        // Row y+1: green and blue of (y+1, x) and (y+1, x+1).
+        const D blueBelow = clamp(O::add32(lo(row1), half(O::add32(dBLeft, dB))));
+        O::template replace3x16b<1 << B | 1 << G>(d1 + 6 * x, O::toW(pair(blueBelow, b)), O::toW(pair(lo(row1), greenB)),
+                                                  O::toW(zero));
+
+        prevGreenA = greenA, prevGreenB = greenB, prevBlueRight = blueRight, prevAbove2 = above2, prevAbove1 = above1;
+    }
+
+    // Column x-1 of row y: its green and blue are the last step's; its red is the next step's.
+    alignas(64) uint32_t lanes[S];
+    O::store16b(reinterpret_cast<unsigned char *>(lanes), O::toW(prevBlueRight));
+    const uint16_t blue = static_cast<uint16_t>(lanes[S - 1]);
+    __builtin_memcpy(d0 + 2 * (3 * (x - 1) + B), &blue, 2);
+    __builtin_memcpy(d0 + 2 * (3 * (x - 1) + G), s0 + 2 * (x - 1), 2);
+    return static_cast<int32_t>(x);
+}
+
 template <class O>
 void installKernels16(vq::simd::Table &t) {
     t.u16BilinearRows = rowsInterleaved<O>;
     t.u16BilinearRowsPlanar = rowsPlanar<O>;
+    t.u16EdgePair = edgePair<O>;
 }
 
 } // namespace

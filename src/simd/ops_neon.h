@@ -87,6 +87,43 @@ struct NeonOps {
         __builtin_memcpy(p, out, sizeof out);
     }
 
+    // ---- 32-bit lanes (N / 2 of them), for 16-bit samples taken in pairs
+    using D = uint32x4_t;
+    static constexpr int N32 = N / 2;
+    static D toD(W v) { return vreinterpretq_u32_u16(v); }
+    static W toW(D v) { return vreinterpretq_u16_u32(v); }
+    static int32x4_t s32(D a) { return vreinterpretq_s32_u32(a); }
+    static D u32(int32x4_t a) { return vreinterpretq_u32_s32(a); }
+    static D set1_32(int32_t v) { return vdupq_n_u32(static_cast<uint32_t>(v)); }
+    static D add32(D a, D b) { return vaddq_u32(a, b); }
+    static D sub32(D a, D b) { return vsubq_u32(a, b); }
+    static D abs32(D a) { return u32(vabsq_s32(s32(a))); }
+    static D and_(D a, D b) { return vandq_u32(a, b); }
+    static D or_(D a, D b) { return vorrq_u32(a, b); }
+    template <int K> static D sra32(D a) { return u32(vshrq_n_s32(s32(a), K)); }
+    template <int K> static D srl32(D a) { return vshrq_n_u32(a, K); }
+    template <int K> static D sll32(D a) { return vshlq_n_u32(a, K); }
+    static D clamp32(D a, D top) { return u32(vminq_s32(vmaxq_s32(s32(a), vdupq_n_s32(0)), s32(top))); }
+    static D pickNotLess32(D a, D b, D ifNotLess, D otherwise) {
+        return vbslq_u32(vcgeq_s32(s32(a), s32(b)), ifNotLess, otherwise);
+    }
+    static D laneBack32(D prev, D cur) { return vextq_u32(prev, cur, 3); }
+    template <int C> static W channel3x16b(const unsigned char *p) {
+        uint16_t in[3 * N];
+        __builtin_memcpy(in, p, sizeof in);
+        return vld3q_u16(in).val[C];
+    }
+    template <int Mask> static void replace3x16b(unsigned char *p, W c0, W c1, W c2) {
+        uint16_t buf[3 * N];
+        __builtin_memcpy(buf, p, sizeof buf);
+        uint16x8x3_t t = vld3q_u16(buf);
+        if constexpr (Mask & 1) t.val[0] = c0;
+        if constexpr (Mask & 2) t.val[1] = c1;
+        if constexpr (Mask & 4) t.val[2] = c2;
+        vst3q_u16(buf, t);
+        __builtin_memcpy(p, buf, sizeof buf);
+    }
+
     // ---- Signed 16-bit lanes (differences of samples) and lane moves
     static int16x8_t s(W a) { return vreinterpretq_s16_u16(a); }
     static W u(int16x8_t a) { return vreinterpretq_u16_s16(a); }

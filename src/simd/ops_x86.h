@@ -112,6 +112,48 @@ struct Avx2Ops {
         __builtin_memcpy(p, out, sizeof out);
     }
 
+    // ---- 32-bit lanes (N / 2 of them) over the same registers, for 16-bit samples taken in pairs
+    using D = W;
+    static constexpr int N32 = N / 2;
+    static D toD(W v) { return v; }
+    static W toW(D v) { return v; }
+    static D set1_32(int32_t v) { return _mm256_set1_epi32(v); }
+    static D add32(D a, D b) { return _mm256_add_epi32(a, b); }
+    static D sub32(D a, D b) { return _mm256_sub_epi32(a, b); }
+    static D abs32(D a) { return _mm256_abs_epi32(a); }
+    static D or_(D a, D b) { return _mm256_or_si256(a, b); }
+    template <int K> static D sra32(D a) { return _mm256_srai_epi32(a, K); }
+    template <int K> static D srl32(D a) { return _mm256_srli_epi32(a, K); }
+    template <int K> static D sll32(D a) { return _mm256_slli_epi32(a, K); }
+    static D clamp32(D a, D top) { return _mm256_min_epi32(_mm256_max_epi32(a, _mm256_setzero_si256()), top); }
+    // a >= b (signed) ? ifNotLess : otherwise, per lane.
+    static D pickNotLess32(D a, D b, D ifNotLess, D otherwise) {
+        return _mm256_blendv_epi8(ifNotLess, otherwise, _mm256_cmpgt_epi32(b, a));
+    }
+    // The last lane of `prev` followed by the first N32 - 1 lanes of `cur`.
+    static D laneBack32(D prev, D cur) {
+        return _mm256_alignr_epi8(cur, _mm256_permute2x128_si256(prev, cur, 0x21), 12);
+    }
+    // Channel C of N interleaved three-sample pixels, and the same pixels with the channels in `Mask`
+    // (bit c for channel c) replaced, the others kept (through a buffer: no 16-bit lane permute here).
+    template <int C> static W channel3x16b(const unsigned char *p) {
+        alignas(32) uint16_t in[3 * N], out[N];
+        __builtin_memcpy(in, p, sizeof in);
+        for (int i = 0; i < N; ++i) out[i] = in[3 * i + C];
+        return _mm256_load_si256(reinterpret_cast<const __m256i *>(out));
+    }
+    template <int Mask> static void replace3x16b(unsigned char *p, W c0, W c1, W c2) {
+        alignas(32) uint16_t buf[3 * N], a[3][N];
+        __builtin_memcpy(buf, p, sizeof buf);
+        _mm256_store_si256(reinterpret_cast<__m256i *>(a[0]), c0);
+        _mm256_store_si256(reinterpret_cast<__m256i *>(a[1]), c1);
+        _mm256_store_si256(reinterpret_cast<__m256i *>(a[2]), c2);
+        for (int i = 0; i < N; ++i)
+            for (int c = 0; c < 3; ++c)
+                if (Mask >> c & 1) buf[3 * i + c] = a[c][i];
+        __builtin_memcpy(p, buf, sizeof buf);
+    }
+
     // ---- Signed 16-bit lanes (differences of samples) and lane moves
     template <int K> static W sra(W a) { return _mm256_srai_epi16(a, K); }
     static W abs(W a) { return _mm256_abs_epi16(a); }
@@ -264,6 +306,55 @@ struct Avx512Ops {
             __m512i v = _mm512_maskz_permutexvar_epi16(kT.channel[j][0], index, c0);
             v = _mm512_mask_permutexvar_epi16(v, kT.channel[j][1], index, c1);
             v = _mm512_mask_permutexvar_epi16(v, kT.channel[j][2], index, c2);
+            _mm512_storeu_si512(p + 2 * N * j, v);
+        }
+    }
+
+    // ---- 32-bit lanes (N / 2 of them) over the same registers, for 16-bit samples taken in pairs
+    using D = W;
+    static constexpr int N32 = N / 2;
+    static D toD(W v) { return v; }
+    static W toW(D v) { return v; }
+    static D set1_32(int32_t v) { return _mm512_set1_epi32(v); }
+    static D add32(D a, D b) { return _mm512_add_epi32(a, b); }
+    static D sub32(D a, D b) { return _mm512_sub_epi32(a, b); }
+    static D abs32(D a) { return _mm512_abs_epi32(a); }
+    static D or_(D a, D b) { return _mm512_or_si512(a, b); }
+    template <int K> static D sra32(D a) { return _mm512_srai_epi32(a, K); }
+    template <int K> static D srl32(D a) { return _mm512_srli_epi32(a, K); }
+    template <int K> static D sll32(D a) { return _mm512_slli_epi32(a, K); }
+    static D clamp32(D a, D top) { return _mm512_min_epi32(_mm512_max_epi32(a, _mm512_setzero_si512()), top); }
+    static D pickNotLess32(D a, D b, D ifNotLess, D otherwise) {
+        return _mm512_mask_blend_epi32(_mm512_cmpge_epi32_mask(a, b), otherwise, ifNotLess);
+    }
+    static D laneBack32(D prev, D cur) { return _mm512_alignr_epi32(cur, prev, 15); }
+    // Channel C of N interleaved three-sample pixels: sample 3L + C of the three vectors for lane L.
+    template <int C> static W channel3x16b(const unsigned char *p) {
+        static constexpr auto kPick = [] {
+            struct {
+                uint16_t index[N];
+                uint32_t fromThird = 0;
+            } t{};
+            for (int L = 0; L < N; ++L) {
+                const int sample = 3 * L + C;
+                t.index[L] = static_cast<uint16_t>(sample % (2 * N));
+                if (sample >= 2 * N) t.fromThird |= 1u << L;
+            }
+            return t;
+        }();
+        const __m512i index = _mm512_loadu_si512(kPick.index);
+        const __m512i firstTwo = _mm512_permutex2var_epi16(_mm512_loadu_si512(p), index, _mm512_loadu_si512(p + 64));
+        return _mm512_mask_permutexvar_epi16(firstTwo, kPick.fromThird, index, _mm512_loadu_si512(p + 128));
+    }
+    // The same N pixels with the channels in `Mask` (bit c for channel c) replaced, the others kept.
+    template <int Mask> static void replace3x16b(unsigned char *p, W c0, W c1, W c2) {
+        static constexpr Interleave3 kT = interleave3();
+        for (int j = 0; j < 3; ++j) {
+            const __m512i index = _mm512_load_si512(kT.pixel[j]);
+            __m512i v = _mm512_loadu_si512(p + 2 * N * j);
+            if constexpr (Mask & 1) v = _mm512_mask_permutexvar_epi16(v, kT.channel[j][0], index, c0);
+            if constexpr (Mask & 2) v = _mm512_mask_permutexvar_epi16(v, kT.channel[j][1], index, c1);
+            if constexpr (Mask & 4) v = _mm512_mask_permutexvar_epi16(v, kT.channel[j][2], index, c2);
             _mm512_storeu_si512(p + 2 * N * j, v);
         }
     }

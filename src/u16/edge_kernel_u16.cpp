@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "simd/dispatch.h"
 #include "u16/edge_u16.h"
 #include "u16/u16_common.h"
 #include "velqora.h"
@@ -37,6 +38,7 @@ VQP_EXTERN uint64_t edgeSecRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t 
     const ptrdiff_t sw = w;      // source row stride
     const ptrdiff_t dw = 3 * sw; // destination row stride
 
+    const auto vector = vq::simd::table().u16EdgePair;
     for (int32_t t = 0; t < rowEnd; t += 2) {
         const Src16 s0 = Src16::of(src) + t * sw; // row y: R G R G ...
         const Src16 sm2 = s0 - 2 * sw, sm1 = s0 - sw, s1 = s0 + sw, s2 = s0 + 2 * sw, s3 = s0 + 3 * sw;
@@ -49,7 +51,11 @@ VQP_EXTERN uint64_t edgeSecRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t 
         };
         enum { B = 0, G = 1, R = 2 };
 
-        for (ptrdiff_t x = startColumn; x < columnEnd; x += 2) { // 64-bit: 3 * x never overflows
+        // The vector steps rewrite whole pixels of the pair's second row; the last pair, whose second row
+        // a band below may be completing on another thread, stays with the scalar steps.
+        ptrdiff_t x0 = startColumn;
+        if (vector != nullptr && t + 2 < rowEnd) x0 = vector(s0.p, sw, d0.p, startColumn, columnEnd, maximum);
+        for (ptrdiff_t x = x0; x < columnEnd; x += 2) { // 64-bit: 3 * x never overflows
             // Green at the red site (y, x).
             const int32_t a = s0[x];
             const int32_t a2H = 2 * a - s0[x - 2] - s0[x + 2];
