@@ -1,6 +1,7 @@
 // vqpDemosaicing: argument checks, classification, scratch sizing, reduction to 8 bits, dispatch.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "core/convert.h"
 #include "core/handle.h"
@@ -50,15 +51,17 @@ ptrdiff_t windowBytes(int32_t width, int32_t rangeRows) {
 }
 
 // Deep or packed input by bands, output rows [from, end): each band is converted from a window of reduced
-// rows (its own rows and the neighbours above and below it), which the next band reuses while it is still
-// in cache; the reduced frame as a whole is never written out. The output bytes are those of reducing the
-// whole frame and converting it.
+// rows (its own rows and the neighbours above and below it). The rows the next band shares with this one
+// move to the window's start and only the new ones are reduced, so every row is reduced about once, in
+// small steps between conversions, and the reduced frame as a whole is never written out. The output
+// bytes are those of reducing the whole frame and converting it.
 void reduceAndConvertByBands(const ImageFrame *in, int32_t rule, uint32_t phase, uint64_t config, uint32_t method,
                              uint8_t *window, uint8_t *dst, int32_t from, int32_t end) {
     const int32_t height = in->height;
     const int32_t width = in->width;
     const int32_t band = bandRows(width);
     const int32_t step = vq::rowBandStep(phase);
+    int32_t held = 0, heldEnd = 0; // rows [held, heldEnd) are in the window
     while (from < end) {
         const int32_t to = end - from > band + step + 8 ? (from == 0 ? band + step : from + band) : end;
         // Rows read: one above the band and one below it; the bottom band's border rows look up to three
@@ -67,8 +70,15 @@ void reduceAndConvertByBands(const ImageFrame *in, int32_t rule, uint32_t phase,
         if (first < 0) first = 0;
         if ((width & 1) != 0 && (first & 1) != 0) --first; // packed runs start at an even sample
         const int32_t last = to < height ? to + 1 : height;
-        reduceRows(in, rule, first, last, window);
+        int32_t next = first; // the first row to reduce
+        if (first >= held && first < heldEnd) {
+            std::memmove(window, window + ptrdiff_t{first - held} * width, ptrdiff_t{heldEnd - first} * width);
+            next = heldEnd;
+            if ((width & 1) != 0 && (next & 1) != 0) --next; // the same bytes again, from an even sample
+        }
+        reduceRows(in, rule, next, last, window + ptrdiff_t{next - first} * width);
         vq::convertRows(phase, window, dst, height, width, config, method, nullptr, {from, to, first});
+        held = first, heldEnd = last;
         from = to;
     }
 }
