@@ -309,37 +309,40 @@ TEST_F(LevelCheck, SixteenBitEdgeAtEverySize) {
     std::mt19937 rng(kSeed + 17);
     static constexpr decltype(&demosaicingEdgeRGGBU16) kDrivers[] = {demosaicingEdgeRGGBU16, demosaicingEdgeGRBGU16,
                                                                       demosaicingEdgeGBRGU16, demosaicingEdgeBGGRU16};
-    std::vector<int> widths;
-    for (int w = 4; w <= 40; ++w) widths.push_back(w);
-    for (int w = 64; w <= 72; ++w) widths.push_back(w);
+    std::vector<std::pair<int, int>> sizes;
+    for (int h = 4; h <= 40; ++h) {
+        for (int w = 4; w <= 40; ++w) sizes.push_back({h, w});
+        for (int w = 64; w <= 72; ++w) sizes.push_back({h, w});
+    }
+    sizes.insert(sizes.end(), {{200, 333}, {37, 1000}, {301, 130}});
     int k = 0;
-    for (int h = 4; h <= 40; ++h)
-        for (const int w : widths) {
-            const int pattern = k++ % 6;
-            const size_t n = size_t(h) * size_t(w), shift = size_t(k % 2);
-            std::vector<uint8_t> samples(2 * n);
-            for (size_t i = 0; i < n; ++i) {
-                const size_t y = i / size_t(w), x = i % size_t(w);
-                const uint16_t v = pattern == 0   ? uint16_t(rng())
-                                   : pattern == 1 ? uint16_t(rng() & 4095)
-                                   : pattern == 2 ? 0
-                                   : pattern == 3 ? 4095
-                                   : pattern == 4 ? 65535
-                                                  : uint16_t(((x / 2 + y / 2) % 2) ? 65535 : 0);
-                std::memcpy(&samples[2 * i], &v, 2);
-            }
-            for (int p = 0; p < 4; ++p)
-                ASSERT_TRUE(same(std::string(phaseName(kPhases[p])) + " " + std::to_string(h) + "x" +
-                                     std::to_string(w) + " pattern " + std::to_string(pattern),
-                                 [&] {
-                                     PageEnd in(2 * n + shift);
-                                     std::memcpy(in.data() + shift, samples.data(), 2 * n);
-                                     Guarded out(6 * n + shift);
-                                     kDrivers[p](reinterpret_cast<const uint16_t *>(in.data() + shift), uint32_t(h),
-                                                 uint32_t(w), reinterpret_cast<uint16_t *>(out.data() + shift));
-                                     return out.bytes;
-                                 }));
+    for (const auto &size : sizes) {
+        const int h = size.first, w = size.second; // plain names: the lambda captures them
+        const int pattern = k++ % 6;
+        const size_t n = size_t(h) * size_t(w), shift = size_t(k % 2);
+        std::vector<uint8_t> samples(2 * n);
+        for (size_t i = 0; i < n; ++i) {
+            const size_t y = i / size_t(w), x = i % size_t(w);
+            const uint16_t v = pattern == 0   ? uint16_t(rng())
+                               : pattern == 1 ? uint16_t(rng() & 4095)
+                               : pattern == 2 ? 0
+                               : pattern == 3 ? 4095
+                               : pattern == 4 ? 65535
+                                              : uint16_t(((x / 2 + y / 2) % 2) ? 65535 : 0);
+            std::memcpy(&samples[2 * i], &v, 2);
         }
+        for (int p = 0; p < 4; ++p)
+            ASSERT_TRUE(same(std::string(phaseName(kPhases[p])) + " " + std::to_string(h) + "x" +
+                                 std::to_string(w) + " pattern " + std::to_string(pattern),
+                             [&] {
+                                 PageEnd in(2 * n + shift);
+                                 std::memcpy(in.data() + shift, samples.data(), 2 * n);
+                                 Guarded out(6 * n + shift);
+                                 kDrivers[p](reinterpret_cast<const uint16_t *>(in.data() + shift), uint32_t(h),
+                                             uint32_t(w), reinterpret_cast<uint16_t *>(out.data() + shift));
+                                 return out.bytes;
+                             }));
+    }
 }
 
 } // namespace
