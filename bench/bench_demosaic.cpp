@@ -3,10 +3,12 @@
 // -DVELQORA_BENCH_OPENCV=ON it times OpenCV's corresponding conversions in the same run (one thread) and
 // prints each ratio beside its target.
 //
-//   velqora_bench [--quick] [--filter TEXT] [--reps N]
+//   velqora_bench [--quick] [--cold] [--filter TEXT] [--reps N]
 //
 // --quick: a 256 x 128 frame, one run of each case (what CI runs); --filter: only the cases whose name
-// contains TEXT.
+// contains TEXT; --cold: the input frame is flushed from every cache level before each run, as a frame
+// that a camera has just written to memory would be (by default the same frame is converted again and
+// again, and a small one stays in the last-level cache between runs).
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -29,12 +31,25 @@
 namespace {
 
 int gH = 3000, gW = 4096, gReps = 7;
+bool gCold = false;
 std::string gFilter;
+// The input of the cases being reported, flushed before each run with --cold.
+const void *gInput = nullptr;
+size_t gInputBytes = 0;
+
+void flushInput() {
+#if defined(__x86_64__)
+    const char *p = static_cast<const char *>(gInput);
+    for (size_t i = 0; i < gInputBytes; i += 64) __builtin_ia32_clflush(p + i);
+    __builtin_ia32_mfence();
+#endif
+}
 std::map<std::string, double> gResults; // case name at the best level -> Mpix/s
 
 double mpixPerSecond(const std::function<void()> &run) {
     double best = 1e30;
     for (int i = 0; i < gReps; ++i) {
+        if (gCold) flushInput();
         const auto t0 = std::chrono::steady_clock::now();
         run();
         const auto t1 = std::chrono::steady_clock::now();
@@ -95,6 +110,7 @@ void runLevel(const std::string &level, Frames &f, bool best) {
     for (uint32_t m = 0; m < 3; ++m)
         for (const auto &o : outputs)
             for (const auto &in : inputs) {
+                gInput = in.data, gInputBytes = size_t(in.stride) * size_t(gH);
                 vqpDemosaicSetConfig(h, &o.config);
                 ImageFrame fi{gH, gW, in.code, in.data, in.stride}, fo{0, 0, 0, f.out.data(), 0};
                 report(level, std::string(methods[m]) + " " + in.name + " -> " + o.name,
@@ -103,6 +119,7 @@ void runLevel(const std::string &level, Frames &f, bool best) {
     const uint32_t H = uint32_t(gH), W = uint32_t(gW);
     const size_t n = size_t(gH) * gW;
     uint16_t *o16 = f.out16.data();
+    gInput = f.rg12.data(), gInputBytes = 2 * n;
     report(level, "16-bit bilinear", [&] { vqpDemosaicingBilinearU16(f.rg12.data(), H, W, o16); }, best);
     report(level, "16-bit bilinear planar",
            [&] { vqpDemosaicingBilinearU16P(f.rg12.data(), H, W, o16, o16 + n, o16 + 2 * n); }, best);
@@ -123,10 +140,12 @@ void runLevel(const std::string &level, Frames &f, bool best) {
             const uint64_t bgr = VQP_PIXEL_FORMAT_BGR8;
             vqpDemosaicSetConfig(h, &bgr);
             for (uint32_t m : {1u, 2u}) {
+                gInput = f.rg8.data(), gInputBytes = n;
                 ImageFrame fi{gH, gW, VQP_PIXEL_FORMAT_BAYER_RG8, f.rg8.data(), gW}, fo{0, 0, 0, f.out.data(), 0};
                 report(level, std::string(methods[m]) + " RG8 -> BGR8" + suffix,
                        [&] { vqpDemosaicingParallel(h, &fi, m, &fo, t); }, true);
             }
+            gInput = f.rg12.data(), gInputBytes = 2 * n;
             report(level, "16-bit bilinear" + suffix,
                    [&] { vqpDemosaicingBilinearU16Parallel(h, f.rg12.data(), H, W, o16, t); }, true);
             report(level, "16-bit edge RGGB" + suffix,
@@ -156,6 +175,7 @@ void runOpenCV(Frames &f) {
     for (const auto &c : cases) {
         cv::Mat &out = c.src == &raw16 ? dst16 : dst;
         cv::cvtColor(*c.src, out, c.code); // allocates once
+        gInput = c.src->data, gInputBytes = c.src->total() * c.src->elemSize();
         report("opencv", c.name, [&] { cv::cvtColor(*c.src, out, c.code); }, true);
     }
 }
@@ -208,16 +228,19 @@ int main(int argc, char **argv) {
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--quick") == 0) {
             gH = 128, gW = 256, gReps = 1;
+        } else if (std::strcmp(argv[i], "--cold") == 0) {
+            gCold = true;
         } else if (std::strcmp(argv[i], "--filter") == 0 && i + 1 < argc) {
             gFilter = argv[++i];
         } else if (std::strcmp(argv[i], "--reps") == 0 && i + 1 < argc) {
             gReps = std::max(1, std::atoi(argv[++i]));
         } else {
-            std::fprintf(stderr, "usage: velqora_bench [--quick] [--filter TEXT] [--reps N]\n");
+            std::fprintf(stderr, "usage: velqora_bench [--quick] [--cold] [--filter TEXT] [--reps N]\n");
             return 2;
         }
     }
-    std::printf("Frame %d x %d, best of %d, one thread unless stated\n", gW, gH, gReps);
+    std::printf("Frame %d x %d, best of %d, one thread unless stated%s\n", gW, gH, gReps,
+                gCold ? ", input flushed from the caches before each run" : "");
     Frames f = makeFrames();
     using vq::simd::Level;
     const Level best = vq::simd::bestLevel();
