@@ -102,14 +102,52 @@ struct Avx2Ops {
     static W xor_(W a, W b) { return _mm256_xor_si256(a, b); }
     static W load16b(const unsigned char *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); }
     static void store16b(unsigned char *p, W v) { _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), v); }
-    // Three samples a pixel: c0, c1, c2 (through a buffer: AVX2 has no 16-bit lane permute).
+    // Three samples a pixel. Within each 128-bit lane, eight pixels of three channel vectors become three
+    // "pieces" of eight samples (sample 8k + s of the lane's 24 is slot s of piece k) by byte shuffles;
+    // the pieces of the two lanes are then put in memory order.
+    struct Lanes3 {
+        alignas(32) uint8_t pick[3][3][32];  // piece k from channel c: the bytes of each slot, or zero
+        alignas(32) uint8_t place[3][3][32]; // piece k: 0xFF where a slot holds channel c
+        alignas(32) uint8_t take[3][3][32];  // channel c from piece k: the bytes of each pixel, or zero
+    };
+    static constexpr Lanes3 lanes3() {
+        Lanes3 t{};
+        for (int k = 0; k < 3; ++k)
+            for (int c = 0; c < 3; ++c)
+                for (int b = 0; b < 32; ++b) {
+                    const int slot = (b & 15) / 2, sample = 8 * k + slot;
+                    const bool here = sample % 3 == c;
+                    t.pick[k][c][b] = here ? uint8_t(2 * (sample / 3) + (b & 1)) : 0x80;
+                    t.place[k][c][b] = here ? 0xFF : 0;
+                    const int from = 3 * ((b & 15) / 2) + c; // the lane's sample that pixel (b & 15) / 2 takes
+                    t.take[k][c][b] = from / 8 == k ? uint8_t(2 * (from % 8) + (b & 1)) : 0x80;
+                }
+        return t;
+    }
+    static __m256i table(const uint8_t *row) { return _mm256_load_si256(reinterpret_cast<const __m256i *>(row)); }
+    // Memory holds the pieces as [0 lo, 1 lo], [2 lo, 0 hi], [1 hi, 2 hi].
+    static void storePieces(unsigned char *p, const __m256i (&o)[3]) {
+        __m256i *q = reinterpret_cast<__m256i *>(p);
+        _mm256_storeu_si256(q, _mm256_permute2x128_si256(o[0], o[1], 0x20));
+        _mm256_storeu_si256(q + 1, _mm256_permute2x128_si256(o[2], o[0], 0x30));
+        _mm256_storeu_si256(q + 2, _mm256_permute2x128_si256(o[1], o[2], 0x31));
+    }
+    static void loadPieces(const unsigned char *p, __m256i (&o)[3]) {
+        const __m256i *q = reinterpret_cast<const __m256i *>(p);
+        const __m256i v0 = _mm256_loadu_si256(q), v1 = _mm256_loadu_si256(q + 1), v2 = _mm256_loadu_si256(q + 2);
+        o[0] = _mm256_permute2x128_si256(v0, v1, 0x30);
+        o[1] = _mm256_permute2x128_si256(v0, v2, 0x21);
+        o[2] = _mm256_permute2x128_si256(v1, v2, 0x30);
+    }
     static void store3x16b(unsigned char *p, W c0, W c1, W c2) {
-        alignas(32) uint16_t a[3][N], out[3 * N];
-        _mm256_store_si256(reinterpret_cast<__m256i *>(a[0]), c0);
-        _mm256_store_si256(reinterpret_cast<__m256i *>(a[1]), c1);
-        _mm256_store_si256(reinterpret_cast<__m256i *>(a[2]), c2);
-        for (int i = 0; i < N; ++i) out[3 * i] = a[0][i], out[3 * i + 1] = a[1][i], out[3 * i + 2] = a[2][i];
-        __builtin_memcpy(p, out, sizeof out);
+        static constexpr Lanes3 kT = lanes3();
+        const W c[3] = {c0, c1, c2};
+        __m256i o[3];
+        for (int k = 0; k < 3; ++k)
+            o[k] = _mm256_or_si256(_mm256_or_si256(_mm256_shuffle_epi8(c[0], table(kT.pick[k][0])),
+                                                   _mm256_shuffle_epi8(c[1], table(kT.pick[k][1]))),
+                                   _mm256_shuffle_epi8(c[2], table(kT.pick[k][2])));
+        storePieces(p, o);
     }
 
     // ---- 32-bit lanes (N / 2 of them) over the same registers, for 16-bit samples taken in pairs
@@ -135,23 +173,26 @@ struct Avx2Ops {
         return _mm256_alignr_epi8(cur, _mm256_permute2x128_si256(prev, cur, 0x21), 12);
     }
     // Channel C of N interleaved three-sample pixels, and the same pixels with the channels in `Mask`
-    // (bit c for channel c) replaced, the others kept (through a buffer: no 16-bit lane permute here).
+    // (bit c for channel c) replaced, the others kept.
     template <int C> static W channel3x16b(const unsigned char *p) {
-        alignas(32) uint16_t in[3 * N], out[N];
-        __builtin_memcpy(in, p, sizeof in);
-        for (int i = 0; i < N; ++i) out[i] = in[3 * i + C];
-        return _mm256_load_si256(reinterpret_cast<const __m256i *>(out));
+        static constexpr Lanes3 kT = lanes3();
+        __m256i o[3];
+        loadPieces(p, o);
+        return _mm256_or_si256(_mm256_or_si256(_mm256_shuffle_epi8(o[0], table(kT.take[0][C])),
+                                               _mm256_shuffle_epi8(o[1], table(kT.take[1][C]))),
+                               _mm256_shuffle_epi8(o[2], table(kT.take[2][C])));
     }
     template <int Mask> static void replace3x16b(unsigned char *p, W c0, W c1, W c2) {
-        alignas(32) uint16_t buf[3 * N], a[3][N];
-        __builtin_memcpy(buf, p, sizeof buf);
-        _mm256_store_si256(reinterpret_cast<__m256i *>(a[0]), c0);
-        _mm256_store_si256(reinterpret_cast<__m256i *>(a[1]), c1);
-        _mm256_store_si256(reinterpret_cast<__m256i *>(a[2]), c2);
-        for (int i = 0; i < N; ++i)
-            for (int c = 0; c < 3; ++c)
-                if (Mask >> c & 1) buf[3 * i + c] = a[c][i];
-        __builtin_memcpy(p, buf, sizeof buf);
+        static constexpr Lanes3 kT = lanes3();
+        const W c[3] = {c0, c1, c2};
+        __m256i o[3];
+        loadPieces(p, o);
+        for (int k = 0; k < 3; ++k)
+            for (int ch = 0; ch < 3; ++ch)
+                if (Mask >> ch & 1)
+                    o[k] = _mm256_blendv_epi8(o[k], _mm256_shuffle_epi8(c[ch], table(kT.pick[k][ch])),
+                                              table(kT.place[k][ch]));
+        storePieces(p, o);
     }
 
     // ---- Signed 16-bit lanes (differences of samples) and lane moves
