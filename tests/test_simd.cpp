@@ -149,9 +149,11 @@ TEST_F(LevelCheck, EveryMethodLayoutAndPhaseAtEveryWidth) {
     }
 }
 
-// The edge-directed method at every height and width up to 40 and around the seams of two vector steps,
-// every phase and layout: chains of body bands of every length and parity, stripes of period four in
-// either direction (estimates past 0 and 255), flat frames and ramps (gradient ties), random extremes.
+// The edge-directed drivers at every height and width up to 40 and around the seams of two vector steps,
+// both phases, every layout and channel order: chains of body bands of every length and parity, stripes of
+// period four in either direction (estimates past 0 and 255), flat frames and ramps (gradient ties), random
+// extremes. The green line of the planar and luma drivers is compared too, with guards of its own; the
+// interleaved drivers keep it in their output.
 TEST_F(LevelCheck, EdgeDirectedAtEverySize) {
     std::mt19937 rng(kSeed + 8);
     std::vector<int> widths;
@@ -160,14 +162,37 @@ TEST_F(LevelCheck, EdgeDirectedAtEverySize) {
     int k = 0;
     for (int h = 4; h <= 40; ++h)
         for (const int w : widths) {
-            std::vector<uint8_t> mosaic(size_t(h) * size_t(w));
             const int pattern = k++ % int(Pattern::Count);
+            const size_t n = size_t(h) * size_t(w);
+            std::vector<uint8_t> mosaic(n);
             fill(mosaic.data(), h, w, Pattern(pattern), rng);
-            for (Phase p : kPhases)
-                for (uint64_t config : kOutputFormats)
-                    ASSERT_TRUE(same(std::string(phaseName(p)) + " " + std::to_string(h) + "x" + std::to_string(w) +
-                                         " format " + std::to_string(config) + " pattern " + std::to_string(pattern),
-                                     [&] { return convert8(mosaic, h, w, phaseCode(p), config, VQP_METHOD_EDGE); }));
+            for (int driver = 0; driver < 8; ++driver)
+                for (uint32_t swap : {0u, 1u}) {
+                    const bool gb = driver & 1;
+                    const int layout = driver / 2; // 3-byte, 4-byte, planar, luma
+                    if (layout == 2 && swap) continue;
+                    ASSERT_TRUE(same(std::string(gb ? "GBRG " : "RGGB ") + std::to_string(h) + "x" +
+                                         std::to_string(w) + " layout " + std::to_string(layout) + " swap " +
+                                         std::to_string(swap) + " pattern " + std::to_string(pattern),
+                                     [&] {
+                                         PageEnd in(n);
+                                         std::memcpy(in.data(), mosaic.data(), n);
+                                         const uint8_t *src = in.data();
+                                         const size_t bytes[] = {3 * n, 4 * n, 3 * n, n};
+                                         Guarded out(bytes[layout]), line(static_cast<size_t>(w));
+                                         uint8_t *d = out.data(), *g = line.data();
+                                         const uint32_t H = uint32_t(h), W = uint32_t(w);
+                                         switch (layout) {
+                                         case 0: (gb ? gb8ToBgr8_edge : rg8ToBgr8_edge)(src, H, W, d, swap); break;
+                                         case 1: (gb ? gb8ToBgra8_edge : rg8ToBgra8_edge)(src, H, W, d, swap); break;
+                                         case 2: (gb ? gb8ToBgr8P_edge : rg8ToBgr8P_edge)(src, H, W, d, d + n, d + 2 * n, g); break;
+                                         default: (gb ? gb8ToMono8_edge : rg8ToMono8_edge)(src, H, W, d, swap, g); break;
+                                         }
+                                         std::vector<uint8_t> all = out.bytes;
+                                         all.insert(all.end(), line.bytes.begin(), line.bytes.end());
+                                         return all;
+                                     }));
+                }
         }
 }
 
