@@ -69,13 +69,28 @@ struct VecStore<O, vq::LumaStore> {
 
 // ---- Nearest-neighbour -----------------------------------------------------------------------------------
 
+// Steps of N pixels from column 1 while a step ends at or before `end`; then, when more than one column is
+// left, one step more that ends exactly there (odd-aligned) and covers again pixels already written, with
+// the same values: every value of these kernels is a function of the source alone, so the scalar tail is
+// one column at most. Returns the first column not written.
+template <class O, class Step>
+int32_t stepsTo(int32_t end, Step step) {
+    int32_t x = 1;
+    for (; x + O::N <= end; x += O::N) step(x);
+    if (x > 1 && x + 1 < end) {
+        const int32_t last = (end - O::N) & 1 ? end - O::N : end - O::N - 1; // odd, ends at or before `end`
+        step(last);
+        x = last + O::N;
+    }
+    return x;
+}
+
 // One row's pixel pairs from an odd column x: in an R-row the G site x takes red from x-1 and the R site
 // x+1 takes green and blue from column x (`other` gives blue); in a B-row the B site x takes red and green
 // from x-1 and the G site x+1 takes blue from column x (`other` gives red).
 template <class O, bool RRow, class Store>
 int32_t nearestRow(const uint8_t *own, const uint8_t *other, int32_t w, const Store &out) {
-    int32_t x = 1;
-    for (; x + O::N <= w; x += O::N) {
+    return stepsTo<O>(w, [&](int32_t x) {
         const auto ownLeft = O::load8(own + x - 1), ownHere = O::load8(own + x);
         const auto otherLeft = O::load8(other + x - 1), otherHere = O::load8(other + x);
         if constexpr (RRow)
@@ -84,8 +99,7 @@ int32_t nearestRow(const uint8_t *own, const uint8_t *other, int32_t w, const St
         else
             VecStore<O, Store>::put(out, x, O::oddFrom(otherLeft, otherHere), O::oddFrom(ownLeft, ownHere),
                                     O::oddFrom(ownHere, ownLeft));
-    }
-    return x;
+    });
 }
 
 // ---- Bilinear --------------------------------------------------------------------------------------------
@@ -125,12 +139,10 @@ void redRowStep(const uint8_t *n, const uint8_t *c, const uint8_t *s, ptrdiff_t 
 template <class O, class Store>
 int32_t bilinearRowPair(const uint8_t *r0, ptrdiff_t w, int32_t colEnd, const Store &blueRow, const Store &redRow) {
     const uint8_t *r1 = r0 + w, *r2 = r1 + w, *r3 = r2 + w;
-    int32_t x = 1;
-    for (; x + O::N <= colEnd; x += O::N) {
+    return stepsTo<O>(colEnd, [&](int32_t x) {
         blueRowStep<O>(r0, r1, r2, x, blueRow);
         redRowStep<O>(r1, r2, r3, x, redRow);
-    }
-    return x;
+    });
 }
 
 // Row 0 of a green-first frame (blue sites at odd columns, nothing above: green counts the sample below
@@ -138,8 +150,7 @@ int32_t bilinearRowPair(const uint8_t *r0, ptrdiff_t w, int32_t colEnd, const St
 template <class O, class Store>
 int32_t bilinearGreenFirstRows(const uint8_t *r0, ptrdiff_t w, int32_t colEnd, const Store &row0, const Store &row1) {
     const uint8_t *r1 = r0 + w, *r2 = r1 + w;
-    int32_t x = 1;
-    for (; x + O::N <= colEnd; x += O::N) {
+    return stepsTo<O>(colEnd, [&](int32_t x) {
         const auto below = O::load8(r1 + x);
         const auto belowAcross = O::add(O::load8(r1 + x - 1), O::load8(r1 + x + 1));
         const auto across = O::add(O::load8(r0 + x - 1), O::load8(r0 + x + 1));
@@ -148,8 +159,7 @@ int32_t bilinearGreenFirstRows(const uint8_t *r0, ptrdiff_t w, int32_t colEnd, c
                                 O::oddFrom(O::template srl<2>(O::add(across, O::template sll<1>(below))), centre),
                                 O::oddFrom(centre, O::template srl<1>(across)));
         redRowStep<O>(r0, r1, r2, x, row1);
-    }
-    return x;
+    });
 }
 
 // ---- Edge-directed body band -----------------------------------------------------------------------------
