@@ -13,6 +13,7 @@
 #include <cstdint>
 
 #include "simd/dispatch.h"
+#include "simd/steps.h"
 
 namespace {
 
@@ -66,8 +67,7 @@ template <class O>
 int32_t rowsInterleaved(const unsigned char *r0, ptrdiff_t w, int32_t colEnd, unsigned char *blueOut,
                         unsigned char *redOut, int redFirst) {
     const unsigned char *r1 = r0 + 2 * w, *r2 = r1 + 2 * w, *r3 = r2 + 2 * w;
-    int32_t x = 1;
-    for (; x + O::N <= colEnd; x += O::N) {
+    return stepsTo<O>(colEnd, [&](int32_t x) {
         const Rgb16<O> b = blueRow<O>(Rows16<O>(r0, r1, r2, x)), r = redRow<O>(Rows16<O>(r1, r2, r3, x));
         if (redFirst) {
             O::store3x16b(blueOut + 6 * ptrdiff_t{x}, b.r, b.g, b.b);
@@ -76,8 +76,7 @@ int32_t rowsInterleaved(const unsigned char *r0, ptrdiff_t w, int32_t colEnd, un
             O::store3x16b(blueOut + 6 * ptrdiff_t{x}, b.b, b.g, b.r);
             O::store3x16b(redOut + 6 * ptrdiff_t{x}, r.b, r.g, r.r);
         }
-    }
-    return x;
+    });
 }
 
 // The same into three planes: planes[0..2] address pixel 0 of the blue row in the blue, green and red
@@ -85,14 +84,12 @@ int32_t rowsInterleaved(const unsigned char *r0, ptrdiff_t w, int32_t colEnd, un
 template <class O>
 int32_t rowsPlanar(const unsigned char *r0, ptrdiff_t w, int32_t colEnd, unsigned char *const *planes) {
     const unsigned char *r1 = r0 + 2 * w, *r2 = r1 + 2 * w, *r3 = r2 + 2 * w;
-    int32_t x = 1;
-    for (; x + O::N <= colEnd; x += O::N) {
+    return stepsTo<O>(colEnd, [&](int32_t x) {
         const Rgb16<O> b = blueRow<O>(Rows16<O>(r0, r1, r2, x)), r = redRow<O>(Rows16<O>(r1, r2, r3, x));
         const ptrdiff_t at = 2 * ptrdiff_t{x}, below = at + 2 * w;
         O::store16b(planes[0] + at, b.b), O::store16b(planes[1] + at, b.g), O::store16b(planes[2] + at, b.r);
         O::store16b(planes[0] + below, r.b), O::store16b(planes[1] + below, r.g), O::store16b(planes[2] + below, r.r);
-    }
-    return x;
+    });
 }
 
 // ---- 16-bit edge-directed kernel -------------------------------------------------------------------------

@@ -17,6 +17,7 @@
 
 #include "core/pixel_store.h"
 #include "simd/dispatch.h"
+#include "simd/steps.h"
 
 namespace {
 
@@ -68,22 +69,6 @@ struct VecStore<O, vq::LumaStore> {
 };
 
 // ---- Nearest-neighbour -----------------------------------------------------------------------------------
-
-// Steps of N pixels from column 1 while a step ends at or before `end`; then, when more than one column is
-// left, one step more that ends exactly there (odd-aligned) and covers again pixels already written, with
-// the same values: every value of these kernels is a function of the source alone, so the scalar tail is
-// one column at most. Returns the first column not written.
-template <class O, class Step>
-int32_t stepsTo(int32_t end, Step step) {
-    int32_t x = 1;
-    for (; x + O::N <= end; x += O::N) step(x);
-    if (x > 1 && x + 1 < end) {
-        const int32_t last = (end - O::N) & 1 ? end - O::N : end - O::N - 1; // odd, ends at or before `end`
-        step(last);
-        x = last + O::N;
-    }
-    return x;
-}
 
 // One row's pixel pairs from an odd column x: in an R-row the G site x takes red from x-1 and the R site
 // x+1 takes green and blue from column x (`other` gives blue); in a B-row the B site x takes red and green
