@@ -197,7 +197,9 @@ int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t
         prev.freshDiff = O::sub(O::load16(lanes[3]), prev.fresh);
     }
 
-    for (; x + N + 2 <= w; x += N) {
+    // One step at column x, after `before` (the step ending at x), with `found` the line's entries of its
+    // columns as the band found them.
+    const auto step = [&](ptrdiff_t x, const EdgeColumns<O> &before, W found) {
         // Greens of columns x .. x+N-1: rows r (even lanes) and r+1 (odd lanes).
         const W s0 = O::load8(r0 + x), s1 = O::load8(r1 + x), s2 = O::load8(r2 + x), s3 = O::load8(r3 + x),
                 s4 = O::load8(r4 + x), s5 = O::load8(r5 + x);
@@ -208,13 +210,14 @@ int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t
             edgeInterior<O>(O::oddFrom(s0, s1), O::oddFrom(s1, s2), site, O::oddFrom(s3, s4), O::oddFrom(s4, s5));
         EdgeColumns<O> cur;
         cur.fresh = O::clampByte(O::pickLess(h.grad, v.grad, h.value, v.value)); // ties vertical
-        cur.old = O::load8(line + x);
+        cur.old = found;
         cur.freshDiff = O::sub(site, cur.fresh);
         cur.oldDiff = O::sub(O::oddFrom(s0, s1), cur.old);
         O::store8(line + x, cur.fresh);
         if (greensBelow) VecStore<O, Store>::putGreen(out, w + x, O::oddFrom(s3, cur.fresh));
 
         // Red and blue of columns x-1 .. x+N-2: each column's differences and those of its neighbours.
+        const EdgeColumns<O> &prev = before;
         const W old = O::template lanesBack<1>(prev.old, cur.old);
         const W fresh = O::template lanesBack<1>(prev.fresh, cur.fresh);
         const W oldLeft = O::template lanesBack<2>(prev.oldDiff, cur.oldDiff), oldRight = cur.oldDiff;
@@ -235,7 +238,27 @@ int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t
             out, x - 1, O::oddFrom(O::clampByte(O::add(here, O::template sra<1>(O::add(freshLeft, freshRight)))), here),
             O::oddFrom(here, fresh),
             O::clampByte(O::oddFrom(O::add(here, halfVertical), O::add(fresh, quarterDiagonal))));
-        prev = cur;
+        return cur;
+    };
+    for (; x + N + 2 <= w; x += N) prev = step(x, prev, O::load8(line + x));
+
+    // One step more that ends where the scalar tail would start (two columns before the end, three for an odd
+    // width), over columns already done: greens and colours come out the same, and the line entries they
+    // found are taken from the previous step.
+    const ptrdiff_t last = ((w - N - 2) & 1) != 0 ? w - N - 3 : w - N - 2;
+    if (last > x - N) {
+        const ptrdiff_t k = x - last; // columns done again, 2 .. N-2
+        alignas(64) uint16_t was[4][N], lanes[5][N] = {};
+        const W *fields[4] = {&prev.old, &prev.fresh, &prev.oldDiff, &prev.freshDiff};
+        for (int f = 0; f < 4; ++f) {
+            O::store16b(reinterpret_cast<unsigned char *>(was[f]), *fields[f]);
+            lanes[f][N - 2] = was[f][N - k - 2], lanes[f][N - 1] = was[f][N - k - 1]; // columns last-2, last-1
+        }
+        for (ptrdiff_t i = 0; i < N; ++i) lanes[4][i] = i < k ? was[0][N - k + i] : line[last + i];
+        const auto load = [&](int f) { return O::load16(lanes[f]); };
+        const EdgeColumns<O> before{load(0), load(1), load(2), load(3)};
+        prev = step(last, before, load(4));
+        x = last + N;
     }
 
     alignas(64) uint16_t lanes[N];
