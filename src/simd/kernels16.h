@@ -126,8 +126,24 @@ int32_t edgePair(const unsigned char *s0, ptrdiff_t w, unsigned char *d0, int32_
     const auto clamp = [&](D v) { return O::clamp32(v, top); };
     const auto twice = [](D v) { return O::add32(v, v); };
     const auto quarter = [](D v) { return O::template sra32<2>(v); };
-    const auto half = [](D v) { return O::template sra32<1>(v); };
-    const auto green = [](const unsigned char *row) { return O::toD(O::template channel3x16b<G>(row)); };
+    const auto mean = [](D u, D v) { return O::template srl32<1>(O::add32(u, v)); }; // of two samples
+    // A value plus the mean of two or four colour differences (arithmetic shifts), clamped.
+    const auto plusHalf = [&](D base, D d1, D d2) {
+        return clamp(O::add32(base, O::template sra32<1>(O::add32(d1, d2))));
+    };
+    const auto plusQuarter = [&](D base, D d1, D d2, D d3, D d4) {
+        return clamp(O::add32(base, quarter(O::add32(O::add32(d1, d2), O::add32(d3, d4)))));
+    };
+    const auto greens = [](const unsigned char *row) { return O::toD(O::template channel3x16b<G>(row)); };
+    // Green at a red or blue site c: along each direction the greens beside it (m1, p1) and the samples of
+    // its own colour two away (m2, p2); the smaller cost wins, ties vertical.
+    const auto green = [&](D hm2, D hm1, D c, D hp1, D hp2, D vm2, D vm1, D vp1, D vp2) {
+        const D secondH = O::sub32(O::sub32(twice(c), hm2), hp2), secondV = O::sub32(O::sub32(twice(c), vm2), vp2);
+        const D costH = O::add32(O::abs32(O::sub32(hm1, hp1)), O::abs32(secondH));
+        const D costV = O::add32(O::abs32(O::sub32(vm1, vp1)), O::abs32(secondV));
+        return clamp(O::pickNotLess32(costH, costV, O::add32(quarter(secondV), mean(vm1, vp1)),
+                                      O::add32(quarter(secondH), mean(hm1, hp1))));
+    };
 
     // The step before x0: its lane is the last of a vector.
     D prevGreenA, prevGreenB, prevBlueRight, prevAbove2, prevAbove1;
@@ -148,25 +164,13 @@ int32_t edgePair(const unsigned char *s0, ptrdiff_t w, unsigned char *d0, int32_
         const D up2 = at(sm2, x), up2L = at(sm2, x - 2), up1 = at(sm1, x), up1L = at(sm1, x - 2);
         const D down2 = at(s2, x), down3 = at(s3, x);
 
-        // Green at the red site (y, x): ties vertical.
-        const D a = lo(row0), left = hi(row0L), right = hi(row0);
-        const D a2H = O::sub32(O::sub32(twice(a), lo(row0L)), lo(row0R));
-        const D a2V = O::sub32(O::sub32(twice(a), lo(up2)), lo(down2));
-        const D costHa = O::add32(O::abs32(O::sub32(left, right)), O::abs32(a2H));
-        const D costVa = O::add32(O::abs32(O::sub32(lo(up1), lo(row1))), O::abs32(a2V));
-        const D greenA = clamp(O::pickNotLess32(costHa, costVa, O::add32(quarter(a2V), O::template srl32<1>(O::add32(lo(up1), lo(row1)))),
-                                                O::add32(quarter(a2H), O::template srl32<1>(O::add32(left, right)))));
-        // Green at the blue site (y+1, x+1).
-        const D b = hi(row1);
-        const D b2H = O::sub32(O::sub32(twice(b), hi(row1L)), hi(row1R));
-        const D b2V = O::sub32(O::sub32(twice(b), hi(up1)), hi(down3));
-        const D costHb = O::add32(O::abs32(O::sub32(lo(row1), lo(row1R))), O::abs32(b2H));
-        const D costVb = O::add32(O::abs32(O::sub32(right, hi(down2))), O::abs32(b2V));
-        const D greenB = clamp(O::pickNotLess32(costHb, costVb, O::add32(quarter(b2V), O::template srl32<1>(O::add32(right, hi(down2)))),
-                                                O::add32(quarter(b2H), O::template srl32<1>(O::add32(lo(row1), lo(row1R))))));
+        // Green at the red site (y, x) and at the blue site (y+1, x+1).
+        const D a = lo(row0), left = hi(row0L), right = hi(row0), b = hi(row1);
+        const D greenA = green(lo(row0L), left, a, right, lo(row0R), lo(up2), lo(up1), lo(row1), lo(down2));
+        const D greenB = green(hi(row1L), lo(row1), b, lo(row1R), hi(row1R), hi(up1), right, hi(down2), hi(down3));
 
         // Greens around: rows y-2 and y-1 at the step's columns and the step before, the step before's own.
-        const D above2 = green(dm2 + 6 * x), above1 = green(dm1 + 6 * x);
+        const D above2 = greens(dm2 + 6 * x), above1 = greens(dm1 + 6 * x);
         const D above2L = O::laneBack32(prevAbove2, above2), above1L = O::laneBack32(prevAbove1, above1);
         const D greenAL = O::laneBack32(prevGreenA, greenA), greenBL = O::laneBack32(prevGreenB, greenB);
 
@@ -179,20 +183,19 @@ int32_t edgePair(const unsigned char *s0, ptrdiff_t w, unsigned char *d0, int32_
         const D dBLeft = O::sub32(hi(row1L), greenBL);
 
         // Row y-1: red of (y-1, x-1) and (y-1, x).
-        const D redUpLeft = clamp(O::add32(hi(above1L), quarter(O::add32(O::add32(dRLeft, dRUpLeft), O::add32(dRUp, dR)))));
-        const D redUp = clamp(O::add32(lo(up1), half(O::add32(dRUp, dR))));
+        const D redUpLeft = plusQuarter(hi(above1L), dRLeft, dRUpLeft, dRUp, dR), redUp = plusHalf(lo(up1), dRUp, dR);
         const D zero = O::set1_32(0);
         O::template replace3x16b<1 << R>(dm1 + 6 * (x - 1), O::toW(zero), O::toW(zero), O::toW(pair(redUpLeft, redUp)));
         // Row y whole, pixels x-1 (a green site) and x (the red site).
-        const D redLeft = clamp(O::add32(left, half(O::add32(dRLeft, dR))));
-        const D blueHere = clamp(O::add32(greenA, quarter(O::add32(O::add32(dBUpLeft, dBUpRight), O::add32(dBLeft, dB)))));
-        const D blueRight = clamp(O::add32(right, half(O::add32(dBUpRight, dB))));
+        const D redLeft = plusHalf(left, dRLeft, dR);
+        const D blueHere = plusQuarter(greenA, dBUpLeft, dBUpRight, dBLeft, dB);
+        const D blueRight = plusHalf(right, dBUpRight, dB);
         O::store3x16b(d0 + 6 * (x - 1), O::toW(pair(O::laneBack32(prevBlueRight, blueRight), blueHere)),
                       O::toW(pair(left, greenA)), O::toW(pair(redLeft, a)));
         // Row y+1: green and blue of (y+1, x) and (y+1, x+1).
-        const D blueBelow = clamp(O::add32(lo(row1), half(O::add32(dBLeft, dB))));
-        O::template replace3x16b<1 << B | 1 << G>(d1 + 6 * x, O::toW(pair(blueBelow, b)), O::toW(pair(lo(row1), greenB)),
-                                                  O::toW(zero));
+        const D blueBelow = plusHalf(lo(row1), dBLeft, dB);
+        O::template replace3x16b<1 << B | 1 << G>(d1 + 6 * x, O::toW(pair(blueBelow, b)),
+                                                  O::toW(pair(lo(row1), greenB)), O::toW(zero));
 
         prevGreenA = greenA, prevGreenB = greenB, prevBlueRight = blueRight, prevAbove2 = above2, prevAbove1 = above1;
     }

@@ -183,18 +183,19 @@ int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t
     if (x + N + 2 > w) return int32_t(x);
     const uint8_t *r0 = rows[0], *r1 = rows[1], *r2 = rows[2], *r3 = rows[3], *r4 = rows[4], *r5 = rows[5];
 
-    // Columns 0 and 1, as the last two lanes of a step before the first.
+    // A step's columns from lanes laid out in memory: line entries found, new greens, their differences.
+    const auto columnsOf = [](const uint16_t (&lanes)[4][N]) {
+        return EdgeColumns<O>{O::load16(lanes[0]), O::load16(lanes[1]), O::load16(lanes[2]), O::load16(lanes[3])};
+    };
+    // Columns 0 and 1, as the last two lanes of a step before the first (differences wrap in 16 bits).
     EdgeColumns<O> prev;
     {
         alignas(64) uint16_t lanes[4][N] = {};
         lanes[0][N - 2] = seam[0], lanes[0][N - 1] = seam[1];
         lanes[1][N - 2] = line[0], lanes[1][N - 1] = line[1];
-        lanes[2][N - 2] = r0[0], lanes[2][N - 1] = r1[1]; // the sites of the old entries
-        lanes[3][N - 2] = r2[0], lanes[3][N - 1] = r3[1]; // and of the new ones
-        prev.old = O::load16(lanes[0]);
-        prev.fresh = O::load16(lanes[1]);
-        prev.oldDiff = O::sub(O::load16(lanes[2]), prev.old);
-        prev.freshDiff = O::sub(O::load16(lanes[3]), prev.fresh);
+        lanes[2][N - 2] = uint16_t(r0[0] - seam[0]), lanes[2][N - 1] = uint16_t(r1[1] - seam[1]);
+        lanes[3][N - 2] = uint16_t(r2[0] - line[0]), lanes[3][N - 1] = uint16_t(r3[1] - line[1]);
+        prev = columnsOf(lanes);
     }
 
     // One step at column x, after `before` (the step ending at x), with `found` the line's entries of its
@@ -249,16 +250,14 @@ int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t
     const ptrdiff_t last = ((w - N - 2) & 1) != 0 ? w - N - 3 : w - N - 2;
     if (last > x - N) {
         const ptrdiff_t k = x - last; // columns done again, 2 .. N-2
-        alignas(64) uint16_t was[4][N], lanes[5][N] = {};
+        alignas(64) uint16_t was[4][N], lanes[4][N] = {}, found[N];
         const W *fields[4] = {&prev.old, &prev.fresh, &prev.oldDiff, &prev.freshDiff};
         for (int f = 0; f < 4; ++f) {
             O::store16b(reinterpret_cast<unsigned char *>(was[f]), *fields[f]);
             lanes[f][N - 2] = was[f][N - k - 2], lanes[f][N - 1] = was[f][N - k - 1]; // columns last-2, last-1
         }
-        for (ptrdiff_t i = 0; i < N; ++i) lanes[4][i] = i < k ? was[0][N - k + i] : line[last + i];
-        const auto load = [&](int f) { return O::load16(lanes[f]); };
-        const EdgeColumns<O> before{load(0), load(1), load(2), load(3)};
-        prev = step(last, before, load(4));
+        for (ptrdiff_t i = 0; i < N; ++i) found[i] = i < k ? was[0][N - k + i] : line[last + i];
+        prev = step(last, columnsOf(lanes), O::load16(found));
         x = last + N;
     }
 
