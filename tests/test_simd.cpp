@@ -196,6 +196,25 @@ TEST_F(LevelCheck, EdgeDirectedAtEverySize) {
         }
 }
 
+// One conversion of deep or packed input (`raw`, rows `stride` bytes apart) whose last byte ends at an
+// unreadable page; output with guards; on `threads` threads when above 1.
+std::vector<uint8_t> convertDeep(const std::vector<uint8_t> &raw, int h, int w, uint32_t code, int stride,
+                                 uint64_t config, uint32_t method, uint32_t threads = 1) {
+    PageEnd in(raw.size());
+    std::memcpy(in.data(), raw.data(), raw.size());
+    Guarded out(outputBytes(config, h, w));
+    ProcessingHandle *handle = nullptr;
+    vqpCreate(&handle);
+    vqpDemosaicSetConfig(handle, &config);
+    ImageFrame fi{h, w, code, in.data(), stride}, fo{0, 0, 0, out.data(), 0};
+    const int32_t rc = threads > 1 ? vqpDemosaicingParallel(handle, &fi, method, &fo, threads)
+                                   : vqpDemosaicing(handle, &fi, method, &fo);
+    vqpRelease(&handle);
+    std::vector<uint8_t> result(out.bytes);
+    result.push_back(uint8_t(rc));
+    return result;
+}
+
 // Deep and packed input through the entry point: every width, both reduction routines of each kind.
 TEST_F(LevelCheck, DeepAndPackedInput) {
     std::mt19937 rng(kSeed + 1);
@@ -211,24 +230,47 @@ TEST_F(LevelCheck, DeepAndPackedInput) {
                 const size_t bytes = c == 2 ? size_t(3 * ((h * w + 1) / 2)) : size_t(stride) * size_t(h);
                 std::vector<uint8_t> raw(bytes);
                 for (auto &v : raw) v = uint8_t(any(rng));
-                const auto run = [&] {
-                    PageEnd in(bytes);
-                    std::memcpy(in.data(), raw.data(), bytes);
-                    const uint64_t config = VQP_PIXEL_FORMAT_RGB8;
-                    Guarded out(outputBytes(config, h, w));
-                    ProcessingHandle *handle = nullptr;
-                    vqpCreate(&handle);
-                    vqpDemosaicSetConfig(handle, &config);
-                    ImageFrame fi{h, w, codes[c], in.data(), stride}, fo{0, 0, 0, out.data(), 0};
-                    const int32_t rc = vqpDemosaicing(handle, &fi, VQP_METHOD_NEAREST, &fo);
-                    vqpRelease(&handle);
-                    std::vector<uint8_t> result(out.bytes);
-                    result.push_back(uint8_t(rc));
-                    return result;
-                };
                 ASSERT_TRUE(same("code " + std::to_string(codes[c]) + " " + std::to_string(h) + "x" +
                                      std::to_string(w) + " stride " + std::to_string(stride),
-                                 run));
+                                 [&] { return convertDeep(raw, h, w, codes[c], stride, VQP_PIXEL_FORMAT_RGB8,
+                                                          VQP_METHOD_NEAREST); }));
+            }
+        }
+}
+
+// Wide deep and packed frames, whose body rows the nearest and bilinear interiors read without a reduced
+// copy: widths around the vector steps past 256, heights with one body row or several bands, every phase,
+// every shift and both packed layouts, padded and odd strides, every output layout, one and three threads.
+TEST_F(LevelCheck, WideDeepAndPackedInput) {
+    std::mt19937 rng(kSeed + 9);
+    std::uniform_int_distribution<int> any(0, 255);
+    const uint32_t codes[] = {VQP_PIXEL_FORMAT_BAYER_RG12, VQP_PIXEL_FORMAT_BAYER_GR10, VQP_PIXEL_FORMAT_BAYER_GB16,
+                              VQP_PIXEL_FORMAT_BAYER_BG12, VQP_PIXEL_FORMAT_BAYER_RG12_PACKED,
+                              VQP_PIXEL_FORMAT_BAYER_GB12_PACKED, VQP_PIXEL_FORMAT_BAYER_GR12_PACKED};
+    int k = 0;
+    for (int w : {255, 256, 257, 258, 259, 271, 286, 287, 288, 289, 290, 291, 300, 319, 320, 321, 333})
+        for (int h : {9, 10, 13, 150}) {
+            if (h == 150 && w % 16 != 0) continue;
+            for (const uint32_t code : codes) {
+                const bool packed = (code >> 16 & 0xFF) == 0x0C;
+                // Contiguous rows, then padded ones (an odd stride for 16-bit samples).
+                const int strides[] = {packed ? w + (w >> 1) : 2 * w, packed ? 3 * ((w + 1) / 2) + 2 : 2 * w + 3};
+                for (const int stride : strides) {
+                    const bool run = packed && stride == w + (w >> 1) && (w & 1) != 0;
+                    const size_t bytes = run ? size_t(3 * ((h * w + 1) / 2)) : size_t(stride) * size_t(h);
+                    std::vector<uint8_t> raw(bytes);
+                    for (auto &v : raw) v = uint8_t(any(rng));
+                    const uint64_t config = kOutputFormats[k++ % std::size(kOutputFormats)];
+                    for (uint32_t method : {VQP_METHOD_NEAREST, VQP_METHOD_BILINEAR})
+                        for (uint32_t threads : {1u, 3u}) {
+                            if (threads > 1 && h < 150) continue;
+                            ASSERT_TRUE(same("code " + std::to_string(code) + " " + std::to_string(h) + "x" +
+                                                 std::to_string(w) + " stride " + std::to_string(stride) +
+                                                 " method " + std::to_string(method) + " format " +
+                                                 std::to_string(config) + " threads " + std::to_string(threads),
+                                             [&] { return convertDeep(raw, h, w, code, stride, config, method, threads); }));
+                        }
+                }
             }
         }
 }

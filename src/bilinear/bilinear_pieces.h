@@ -107,7 +107,14 @@ uint64_t body(const uint8_t *src, const Store &out, int32_t h, int32_t w, RowSpa
             const uint8_t *r0 = rows.row(src, y - 1, w), *r1 = r0 + w, *r2 = r1 + w, *r3 = r2 + w;
             const Store blueRow = out.at(ptrdiff_t{y} * w), redRow = blueRow.at(w);
             int32_t x = 1;
-            if (vectorPairs != nullptr) x = vectorPairs(r0, w, colEnd, blueRow, redRow);
+            if (rows.deep != nullptr) {
+                const unsigned char *deep[4];
+                rows.deepRows(y - 1, deep);
+                x = simd::kernels<Store>().bilinearRowPairDeep(deep, rows.deepRule, w, colEnd < w - 2 ? colEnd : w - 2,
+                                                               blueRow, redRow);
+            } else if (vectorPairs != nullptr) {
+                x = vectorPairs(r0, w, colEnd, blueRow, redRow);
+            }
             for (; x < colEnd; x += 2) {
                 blueRowPair(r0, r1, r2, x, blueRow);
                 redRowPair(r1, r2, r3, x, redRow);

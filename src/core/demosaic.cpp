@@ -7,6 +7,7 @@
 #include "core/handle.h"
 #include "core/workers.h"
 #include "core/wrap32.h"
+#include "simd/dispatch.h"
 
 namespace {
 
@@ -36,6 +37,37 @@ void reduceRows(const ImageFrame *in, int32_t rule, int32_t from, int32_t to, ui
     }
 }
 
+// The reduced bytes of columns [x0, x1) of frame row y, as reducing the whole row gives them.
+void reduceColumns(const ImageFrame *in, int32_t rule, int32_t y, int32_t x0, int32_t x1, uint8_t *dst) {
+    if (rule > 0) {
+        const uint16_t *row = static_cast<const uint16_t *>(in->data) + ptrdiff_t{y} * (in->stride >> 1);
+        for (int32_t x = x0; x < x1; ++x) dst[x] = static_cast<uint8_t>(vq::load16(row, x) >> rule);
+    } else { // rows that start at a group: the first and third byte of each
+        const uint8_t *row = static_cast<const uint8_t *>(in->data) + ptrdiff_t{y} * in->stride;
+        for (int32_t x = x0; x < x1; ++x) dst[x] = row[ptrdiff_t{x} / 2 * 3 + (x & 1) * 2];
+    }
+}
+
+// Deep and packed rows read directly by the vector interiors of the nearest and bilinear body rows, from
+// this width on (every body row then has vector steps); the scalar pieces read only the rows near the top
+// and bottom and the first and last kDeepBorder columns of the others, so only those are reduced.
+constexpr int32_t kDeepMinWidth = 256;
+constexpr int32_t kDeepBorder = 8;
+
+// The rows that the interiors of this conversion read directly (RowSpan::deep null: none).
+vq::RowSpan deepRowsOf(const ImageFrame *in, int32_t rule, uint32_t phase, uint32_t method) {
+    vq::RowSpan span{0, 0};
+    const int32_t width = in->width;
+    const bool packedRunsSplitPairs = rule == -1 && (width & 1) != 0 && in->stride == int64_t{width} + (width >> 1);
+    if ((method != VQP_METHOD_NEAREST && method != VQP_METHOD_BILINEAR) || phase == vq::kPhaseMono ||
+        width < kDeepMinWidth || packedRunsSplitPairs || !vq::simd::readsDeepRows())
+        return span;
+    span.deep = static_cast<const unsigned char *>(in->data);
+    span.deepStride = rule > 0 ? ptrdiff_t{in->stride >> 1} * 2 : in->stride;
+    span.deepRule = rule;
+    return span;
+}
+
 // The rows of a band of deep or packed input: about 128 KiB of reduced rows, an even count so that band
 // starts keep the parity the kernel needs.
 int32_t bandRows(int32_t width) {
@@ -61,6 +93,7 @@ void reduceAndConvertByBands(const ImageFrame *in, int32_t rule, uint32_t phase,
     const int32_t width = in->width;
     const int32_t band = bandRows(width);
     const int32_t step = vq::rowBandStep(phase);
+    const vq::RowSpan deep = deepRowsOf(in, rule, phase, method);
     int32_t held = 0, heldEnd = 0; // rows [held, heldEnd) are in the window
     while (from < end) {
         const int32_t to = end - from > band + step + 8 ? (from == 0 ? band + step : from + band) : end;
@@ -76,8 +109,22 @@ void reduceAndConvertByBands(const ImageFrame *in, int32_t rule, uint32_t phase,
             next = heldEnd;
             if ((width & 1) != 0 && (next & 1) != 0) --next; // the same bytes again, from an even sample
         }
-        reduceRows(in, rule, next, last, window + ptrdiff_t{next - first} * width);
-        vq::convertRows(phase, window, dst, height, width, config, method, nullptr, {from, to, first});
+        if (deep.deep == nullptr) {
+            reduceRows(in, rule, next, last, window + ptrdiff_t{next - first} * width);
+        } else {
+            for (int32_t y = next; y < last; ++y) {
+                uint8_t *row = window + ptrdiff_t{y - first} * width;
+                if (y < 4 || y >= height - 4) {
+                    reduceRows(in, rule, y, y + 1, row);
+                } else {
+                    reduceColumns(in, rule, y, 0, kDeepBorder, row);
+                    reduceColumns(in, rule, y, width - kDeepBorder, width, row);
+                }
+            }
+        }
+        vq::RowSpan rows = deep;
+        rows.from = from, rows.to = to, rows.base = first;
+        vq::convertRows(phase, window, dst, height, width, config, method, nullptr, rows);
         held = first, heldEnd = last;
         from = to;
     }

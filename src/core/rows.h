@@ -17,6 +17,13 @@ struct RowSpan {
     int32_t from;
     int32_t to;       // exclusive; at or past the height means "to the bottom"
     int32_t base = 0; // the frame row at the source pointer
+    // Deep or packed input that the vector interiors of the body rows read directly (null: none): frame
+    // row y starts at deep + y * deepStride, reduced by `deepRule` (see simd::StoreKernels). The reduced
+    // source then holds only what the scalar pieces read: the whole rows near the top and bottom, and the
+    // first and last columns of the others.
+    const unsigned char *deep = nullptr;
+    ptrdiff_t deepStride = 0;
+    int32_t deepRule = 0;
 
     // Frame row y of a source that holds the rows from `base` on.
     const uint8_t *row(const uint8_t *src, int32_t y, int32_t w) const { return src + ptrdiff_t{y - base} * w; }
@@ -31,7 +38,13 @@ struct RowSpan {
     // The same range seen from a frame that starts `rows` rows further down, whose source pointer is
     // moved on by as many rows (so the frame row at it is unchanged).
     RowSpan down(int32_t rows) const {
-        return {from > rows ? from - rows : 0, to > INT32_MAX - rows ? to : to - rows, base};
+        return {from > rows ? from - rows : 0, to > INT32_MAX - rows ? to : to - rows, base,
+                deep != nullptr ? deep + rows * deepStride : nullptr, deepStride, deepRule};
+    }
+    // The deep rows y, y + 1, ... (K of them) of the frame.
+    template <int K>
+    void deepRows(int32_t y, const unsigned char *(&rows)[K]) const {
+        for (int k = 0; k < K; ++k) rows[k] = deep + (y + k) * deepStride;
     }
 };
 

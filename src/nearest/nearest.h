@@ -17,11 +17,13 @@
 namespace vq::nearest {
 
 // One R-row: `own` is the row, `bRow` the B-row that gives blue, `green0` the green of column 0.
+// `done`: the columns before it are written already (by a deep-input interior).
 template <class Store>
-void rRow(const uint8_t *own, const uint8_t *bRow, uint8_t green0, int32_t w, const Store &out) {
+void rRow(const uint8_t *own, const uint8_t *bRow, uint8_t green0, int32_t w, const Store &out, int32_t done = 1) {
     out.put(0, own[0], green0, bRow[1]);
-    int32_t x = 1;
-    if (const auto vectorRow = simd::kernels<Store>().nearestRRow) x = vectorRow(own, bRow, w, out);
+    int32_t x = done;
+    if (const auto vectorRow = simd::kernels<Store>().nearestRRow; vectorRow != nullptr && x == 1)
+        x = vectorRow(own, bRow, w, out);
     for (; x + 1 < w; x += 2) {
         out.put(x, own[x - 1], own[x], bRow[x]);     // G site
         out.put(x + 1, own[x + 1], own[x], bRow[x]); // R site: green from the left
@@ -31,10 +33,11 @@ void rRow(const uint8_t *own, const uint8_t *bRow, uint8_t green0, int32_t w, co
 
 // One B-row: `own` is the row, `rRow` the R-row that gives red.
 template <class Store>
-void bRow(const uint8_t *own, const uint8_t *rRowAbove, int32_t w, const Store &out) {
+void bRow(const uint8_t *own, const uint8_t *rRowAbove, int32_t w, const Store &out, int32_t done = 1) {
     out.put(0, rRowAbove[0], own[0], own[1]);
-    int32_t x = 1;
-    if (const auto vectorRow = simd::kernels<Store>().nearestBRow) x = vectorRow(own, rRowAbove, w, out);
+    int32_t x = done;
+    if (const auto vectorRow = simd::kernels<Store>().nearestBRow; vectorRow != nullptr && x == 1)
+        x = vectorRow(own, rRowAbove, w, out);
     for (; x + 1 < w; x += 2) {
         out.put(x, rRowAbove[x - 1], own[x - 1], own[x]);     // B site: green from the left
         out.put(x + 1, rRowAbove[x + 1], own[x + 1], own[x]); // G site
@@ -48,8 +51,15 @@ void body(const uint8_t *src, int32_t y, int32_t w, const Store &out, RowSpan ro
     const uint8_t *above = rows.row(src, y - 1, w);
     const uint8_t *row = above + w;
     const uint8_t *below = row + w;
-    bRow(row, above, w, out.at(ptrdiff_t{y} * w));
-    rRow(below, row, row[0], w, out.at(ptrdiff_t{y + 1} * w));
+    const Store bOut = out.at(ptrdiff_t{y} * w), rOut = out.at(ptrdiff_t{y + 1} * w);
+    int32_t done = 1;
+    if (rows.deep != nullptr) {
+        const unsigned char *deep[3];
+        rows.deepRows(y - 1, deep);
+        done = simd::kernels<Store>().nearestRowsDeep(deep, rows.deepRule, w, w - 2, bOut, rOut);
+    }
+    bRow(row, above, w, bOut, done);
+    rRow(below, row, row[0], w, rOut, done);
 }
 
 // The final row, a B-row, from the R-row above it.

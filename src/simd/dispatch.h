@@ -36,6 +36,16 @@ struct StoreKernels {
     // while whole pixel pairs fit before `w`.
     int32_t (*nearestRRow)(const uint8_t *own, const uint8_t *other, int32_t w, const Store &out) = nullptr;
     int32_t (*nearestBRow)(const uint8_t *own, const uint8_t *other, int32_t w, const Store &out) = nullptr;
+    // Deep or packed input read directly, without a reduced copy of the rows (`rule`: the shift of 16-bit
+    // samples, 2 to 8, or -1 for packed pairs; rows[k]: the byte address of a row's first sample, `w` its
+    // samples). The vector interiors stop at or before `end` <= w - 2 and return the first column not
+    // written, at least end - 1 once end > N + 1. Nearest: a B row and the R row below it, rows[0 .. 2] the
+    // R row above, the B row and the R row below. Bilinear: the blue and red rows of bilinearRowPair,
+    // rows[0 .. 3] the rows above, blue, red and below.
+    int32_t (*nearestRowsDeep)(const unsigned char *const *rows, int32_t rule, int32_t w, int32_t end,
+                               const Store &bRow, const Store &rRow) = nullptr;
+    int32_t (*bilinearRowPairDeep)(const unsigned char *const *rows, int32_t rule, int32_t w, int32_t end,
+                                   const Store &blueRow, const Store &redRow) = nullptr;
     // Edge-directed body band of the R/G row r: `rows` are the source rows r-2 .. r+3, `out` addresses
     // row r and `line` is the green line. Called once the band has visited columns 0 and 1, with `seam`
     // holding the line's entries of those two columns as the band found them. Visits columns from 2 while
@@ -95,6 +105,10 @@ template <> inline const StoreKernels<Bgra8Store> &kernels<Bgra8Store>() { retur
 template <> inline const StoreKernels<Bgra8KeepAlphaStore> &kernels<Bgra8KeepAlphaStore>() { return table().bgraKeep; }
 template <> inline const StoreKernels<PlanarStore> &kernels<PlanarStore>() { return table().planar; }
 template <> inline const StoreKernels<LumaStore> &kernels<LumaStore>() { return table().luma; }
+
+// Whether the active level has the interiors that read deep and packed rows directly (every store has
+// them, or none).
+inline bool readsDeepRows() { return table().bgr.nearestRowsDeep != nullptr; }
 
 // The best level this machine and this build support.
 Level bestLevel();

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "core/pixel_store.h"
 #include "simd/dispatch.h"
@@ -68,22 +69,122 @@ struct VecStore<O, vq::LumaStore> {
     static void putGreen(const vq::LumaStore &, ptrdiff_t, W) {} // luma is written with red and blue
 };
 
+// ---- Where a step's samples come from -------------------------------------------------------------------
+//
+// A step at column x reads, of each source row it uses, the samples at x-1 .., x .. and x+1 .. (one per
+// lane), as 8-bit values in 16-bit lanes.
+
+template <class O>
+struct Near3 {
+    typename O::W left, here, right;
+};
+
+// From 8-bit rows; near2 leaves the samples at x+1 .. unread (the `right` lanes repeat those at x).
+template <class O>
+Near3<O> near3(const uint8_t *row, ptrdiff_t x) {
+    return {O::load8(row + x - 1), O::load8(row + x), O::load8(row + x + 1)};
+}
+template <class O>
+Near3<O> near2(const uint8_t *row, ptrdiff_t x) {
+    const auto here = O::load8(row + x);
+    return {O::load8(row + x - 1), here, here};
+}
+
+// Deep or packed rows, each sample reduced to the byte the reduction would keep: 16-bit samples at any
+// byte address shifted right by `shift` and cut to 8 bits, or packed pairs (two samples in three bytes,
+// the first and third of which are kept). Loads start at even samples, so packed loads start at a group.
+template <class O, bool Packed>
+struct DeepSamples {
+    int32_t shift;
+    static ptrdiff_t bytesTo(ptrdiff_t sample) { return Packed ? sample / 2 * 3 : sample * 2; }
+    typename O::W load(const unsigned char *row, ptrdiff_t sample) const {
+        if constexpr (Packed) return O::loadPairs(row + bytesTo(sample));
+        else return O::and_(O::srlBy(O::load16b(row + bytesTo(sample)), shift), O::set1(0xFF));
+    }
+    // The samples at x .. from those at x-1 .. and x+1 ..: odd lanes of the first, even lanes of the second.
+    static typename O::W between(typename O::W left, typename O::W right) {
+        return O::toW(O::or_(O::template srl32<16>(O::toD(left)), O::template sll32<16>(O::toD(right))));
+    }
+};
+
+// The steps of stepsTo over K deep rows (K pointers to the first sample of rows one stride apart), one
+// load a row and step: each step's samples at x-1 .. are the previous step's next vector. The loads stay
+// inside the samples before `end` + 1 and before the row's last sample `w` - 1, so `end` must be at most
+// `w` - 2. The two rows below the last are fetched into the cache meanwhile, for the next pair of rows.
+template <class O, class Deep, int K, class Step>
+int32_t deepStepsTo(const unsigned char *const *rows, const Deep &deep, int32_t end, int32_t w, Step step) {
+    constexpr int N = O::N;
+    using W = typename O::W;
+    const uintptr_t below = reinterpret_cast<uintptr_t>(rows[K - 1]), stride = below - reinterpret_cast<uintptr_t>(rows[K - 2]);
+    W cur[K];
+    // A step whose samples at x-1 .. are in `cur` (or loaded here) and, while the next vector still lies
+    // before the row's last sample, leaves that vector in `cur`.
+    const auto visit = [&](int32_t x, bool fromCur) __attribute__((always_inline)) {
+        const bool carry = fromCur && x - 1 + 2 * N <= w - 1;
+        Near3<O> r[K];
+        __builtin_prefetch(reinterpret_cast<const void *>(below + stride + Deep::bytesTo(x)));
+        __builtin_prefetch(reinterpret_cast<const void *>(below + 2 * stride + Deep::bytesTo(x)));
+        for (int k = 0; k < K; ++k) {
+            const W left = fromCur ? cur[k] : deep.load(rows[k], x - 1);
+            W right;
+            if (carry) {
+                cur[k] = deep.load(rows[k], x - 1 + N);
+                right = O::toW(O::laneNext32(O::toD(left), O::toD(cur[k])));
+            } else {
+                right = deep.load(rows[k], x + 1);
+            }
+            r[k] = {left, Deep::between(left, right), right};
+        }
+        step(x, r);
+    };
+    int32_t x = 1;
+    if (x + N > end) return x;
+    for (int k = 0; k < K; ++k) cur[k] = deep.load(rows[k], 0);
+    for (; x + N <= end; x += N) visit(x, true);
+    if (x + 1 < end) { // one step more that ends exactly at `end` (odd-aligned), as stepsTo
+        const int32_t last = (end - N) & 1 ? end - N : end - N - 1;
+        visit(last, false);
+        x = last + N;
+    }
+    return x;
+}
+
+// Calls `run(deep)` with the sample reader of `rule` (2 to 8: the shift of 16-bit samples; -1: packed).
+template <class O, class Run>
+int32_t withDeep(int32_t rule, Run run) {
+    return rule < 0 ? run(DeepSamples<O, true>{0}) : run(DeepSamples<O, false>{rule});
+}
+
 // ---- Nearest-neighbour -----------------------------------------------------------------------------------
 
-// One row's pixel pairs from an odd column x: in an R-row the G site x takes red from x-1 and the R site
-// x+1 takes green and blue from column x (`other` gives blue); in a B-row the B site x takes red and green
+// One row's pixel pairs from an odd column x: in an R row the G site x takes red from x-1 and the R site
+// x+1 takes green and blue from column x (`other` gives blue); in a B row the B site x takes red and green
 // from x-1 and the G site x+1 takes blue from column x (`other` gives red).
 template <class O, bool RRow, class Store>
+void nearestStep(const Store &out, ptrdiff_t x, const Near3<O> &own, const Near3<O> &other) {
+    if constexpr (RRow)
+        VecStore<O, Store>::put(out, x, O::oddFrom(own.left, own.here), O::oddFrom(own.here, own.left),
+                                O::oddFrom(other.here, other.left));
+    else
+        VecStore<O, Store>::put(out, x, O::oddFrom(other.left, other.here), O::oddFrom(own.left, own.here),
+                                O::oddFrom(own.here, own.left));
+}
+
+template <class O, bool RRow, class Store>
 int32_t nearestRow(const uint8_t *own, const uint8_t *other, int32_t w, const Store &out) {
-    return stepsTo<O>(w, [&](int32_t x) {
-        const auto ownLeft = O::load8(own + x - 1), ownHere = O::load8(own + x);
-        const auto otherLeft = O::load8(other + x - 1), otherHere = O::load8(other + x);
-        if constexpr (RRow)
-            VecStore<O, Store>::put(out, x, O::oddFrom(ownLeft, ownHere), O::oddFrom(ownHere, ownLeft),
-                                    O::oddFrom(otherHere, otherLeft));
-        else
-            VecStore<O, Store>::put(out, x, O::oddFrom(otherLeft, otherHere), O::oddFrom(ownLeft, ownHere),
-                                    O::oddFrom(ownHere, ownLeft));
+    return stepsTo<O>(w, [&](int32_t x) { nearestStep<O, RRow>(out, x, near2<O>(own, x), near2<O>(other, x)); });
+}
+
+// A B row and the R row below it from deep rows: rows[0] the R row above, rows[1] the B row, rows[2] the
+// R row below.
+template <class O, class Store>
+int32_t nearestRowsDeep(const unsigned char *const *rows, int32_t rule, int32_t w, int32_t end, const Store &bRow,
+                        const Store &rRow) {
+    return withDeep<O>(rule, [&](const auto &deep) {
+        return deepStepsTo<O, std::decay_t<decltype(deep)>, 3>(rows, deep, end, w, [&](int32_t x, const Near3<O> *r) {
+            nearestStep<O, false>(bRow, x, r[1], r[0]);
+            nearestStep<O, true>(rRow, x, r[2], r[1]);
+        });
     });
 }
 
@@ -97,26 +198,22 @@ struct Around {
     typename O::W across;   // c[x-1] + c[x+1]
     typename O::W centre;   // c[x]
 
-    Around(const uint8_t *n, const uint8_t *c, const uint8_t *s, ptrdiff_t x)
-        : diagonal(O::add(O::add(O::load8(n + x - 1), O::load8(n + x + 1)),
-                          O::add(O::load8(s + x - 1), O::load8(s + x + 1)))),
-          vertical(O::add(O::load8(n + x), O::load8(s + x))),
-          across(O::add(O::load8(c + x - 1), O::load8(c + x + 1))), centre(O::load8(c + x)) {}
+    Around(const Near3<O> &n, const Near3<O> &c, const Near3<O> &s)
+        : diagonal(O::add(O::add(n.left, n.right), O::add(s.left, s.right))), vertical(O::add(n.here, s.here)),
+          across(O::add(c.left, c.right)), centre(c.here) {}
     typename O::W cross() const { return O::template srl<2>(O::add(vertical, across)); }
 };
 
 // Blue row: blue sites at odd columns (even lanes), green sites at even columns.
 template <class O, class Store>
-void blueRowStep(const uint8_t *n, const uint8_t *c, const uint8_t *s, ptrdiff_t x, const Store &o) {
-    const Around<O> a(n, c, s, x);
+void blueRowStep(const Around<O> &a, ptrdiff_t x, const Store &o) {
     VecStore<O, Store>::put(o, x, O::oddFrom(O::template srl<2>(a.diagonal), O::template srl<1>(a.vertical)),
                             O::oddFrom(a.cross(), a.centre), O::oddFrom(a.centre, O::template srl<1>(a.across)));
 }
 
 // Red row: green sites at odd columns (even lanes), red sites at even columns.
 template <class O, class Store>
-void redRowStep(const uint8_t *n, const uint8_t *c, const uint8_t *s, ptrdiff_t x, const Store &o) {
-    const Around<O> a(n, c, s, x);
+void redRowStep(const Around<O> &a, ptrdiff_t x, const Store &o) {
     VecStore<O, Store>::put(o, x, O::oddFrom(O::template srl<1>(a.across), a.centre), O::oddFrom(a.centre, a.cross()),
                             O::oddFrom(O::template srl<1>(a.vertical), O::template srl<2>(a.diagonal)));
 }
@@ -125,8 +222,21 @@ template <class O, class Store>
 int32_t bilinearRowPair(const uint8_t *r0, ptrdiff_t w, int32_t colEnd, const Store &blueRow, const Store &redRow) {
     const uint8_t *r1 = r0 + w, *r2 = r1 + w, *r3 = r2 + w;
     return stepsTo<O>(colEnd, [&](int32_t x) {
-        blueRowStep<O>(r0, r1, r2, x, blueRow);
-        redRowStep<O>(r1, r2, r3, x, redRow);
+        const Near3<O> n1 = near3<O>(r1, x), n2 = near3<O>(r2, x);
+        blueRowStep<O>(Around<O>(near3<O>(r0, x), n1, n2), x, blueRow);
+        redRowStep<O>(Around<O>(n1, n2, near3<O>(r3, x)), x, redRow);
+    });
+}
+
+// The same rows from deep rows: rows[0 .. 3] the rows above, blue, red and below.
+template <class O, class Store>
+int32_t bilinearRowPairDeep(const unsigned char *const *rows, int32_t rule, int32_t w, int32_t colEnd,
+                            const Store &blueRow, const Store &redRow) {
+    return withDeep<O>(rule, [&](const auto &deep) {
+        return deepStepsTo<O, std::decay_t<decltype(deep)>, 4>(rows, deep, colEnd, w, [&](int32_t x, const Near3<O> *r) {
+            blueRowStep<O>(Around<O>(r[0], r[1], r[2]), x, blueRow);
+            redRowStep<O>(Around<O>(r[1], r[2], r[3]), x, redRow);
+        });
     });
 }
 
@@ -143,7 +253,7 @@ int32_t bilinearGreenFirstRows(const uint8_t *r0, ptrdiff_t w, int32_t colEnd, c
         VecStore<O, Store>::put(row0, x, O::oddFrom(O::template srl<1>(belowAcross), below),
                                 O::oddFrom(O::template srl<2>(O::add(across, O::template sll<1>(below))), centre),
                                 O::oddFrom(centre, O::template srl<1>(across)));
-        redRowStep<O>(r0, r1, r2, x, row1);
+        redRowStep<O>(Around<O>(near3<O>(r0, x), near3<O>(r1, x), near3<O>(r2, x)), x, row1);
     });
 }
 
@@ -301,6 +411,8 @@ void installStore(vq::simd::StoreKernels<Store> &k) {
     k.bilinearGreenFirstRows = bilinearGreenFirstRows<O, Store>;
     k.nearestRRow = nearestRow<O, true, Store>;
     k.nearestBRow = nearestRow<O, false, Store>;
+    k.nearestRowsDeep = nearestRowsDeep<O, Store>;
+    k.bilinearRowPairDeep = bilinearRowPairDeep<O, Store>;
     k.edgeBody = edgeBody<O, Store>;
 }
 

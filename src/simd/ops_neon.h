@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace {
 
@@ -108,6 +109,14 @@ struct NeonOps {
         return vbslq_u32(vcgeq_s32(s32(a), s32(b)), ifNotLess, otherwise);
     }
     static D laneBack32(D prev, D cur) { return vextq_u32(prev, cur, 3); }
+    static D laneNext32(D cur, D next) { return vextq_u32(cur, next, 1); }
+    static W loadPairs(const unsigned char *p) {
+        uint32_t last;
+        std::memcpy(&last, p + 8, 4);
+        const uint8x16_t in = vreinterpretq_u8_u32(vsetq_lane_u32(last, vreinterpretq_u32_u8(vcombine_u8(vld1_u8(p), vdup_n_u8(0))), 2));
+        static constexpr uint8_t kPick[16] = {0, 255, 2, 255, 3, 255, 5, 255, 6, 255, 8, 255, 9, 255, 11, 255};
+        return vreinterpretq_u16_u8(vqtbl1q_u8(in, vld1q_u8(kPick)));
+    }
     template <int C> static W channel3x16b(const unsigned char *p) {
         uint16_t in[3 * N];
         __builtin_memcpy(in, p, sizeof in);
