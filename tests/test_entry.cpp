@@ -120,9 +120,11 @@ TEST(Entry, MonochromeInputInEveryOutputFormat) {
                 }
 }
 
-// Deep and packed frames are reduced and converted a band of rows at a time; tall frames of narrow and
-// wide rows cross many band boundaries, at both parities of the first row, with odd widths that split a
-// packed pair across rows.
+// Deep and packed frames are reduced and converted a band of rows at a time (nearest and bilinear; rows
+// of 256 samples and more are read directly by the vector interiors), or reduced a few rows ahead of the
+// edge-directed bands; tall frames of narrow and wide rows cross many band boundaries, at both parities of
+// the first row, with odd widths that split a packed pair across rows and odd sizes whose packed run
+// writes a byte past its end.
 TEST(Entry, DeepAndPackedInputByBandsEqualsTheReducedFrame) {
     std::mt19937 rng(29);
     const int sizes[][2] = {{64, 4}, {67, 5}, {130, 7}, {131, 13}, {200, 8}, {75, 4097}, {90, 2051}};
@@ -133,7 +135,7 @@ TEST(Entry, DeepAndPackedInputByBandsEqualsTheReducedFrame) {
                     const int h = hw[0], w = hw[1];
                     const Mosaic m = randomMosaic(h, w, rng);
                     RawFrame raw = makeRaw(m, d, padded, rng);
-                    for (uint32_t method : {VQP_METHOD_NEAREST, VQP_METHOD_BILINEAR})
+                    for (uint32_t method : {VQP_METHOD_NEAREST, VQP_METHOD_BILINEAR, VQP_METHOD_EDGE})
                         for (uint64_t config : {VQP_PIXEL_FORMAT_BGR8, VQP_PIXEL_FORMAT_RGBA8,
                                                 VQP_PIXEL_FORMAT_RGB8_PLANAR, VQP_PIXEL_FORMAT_MONO8}) {
                             std::vector<uint8_t> eight = m.s;

@@ -170,6 +170,24 @@ void vq::convertEdgeInBands(uint32_t phase, const uint8_t *src, uint8_t *dst, in
     });
 }
 
+void vq::convertEdgeAsRowsArrive(uint32_t phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
+                                 uint64_t config, uint8_t *line, RowsReady ready) {
+    const OutputFormat of = classifyOutput(config);
+    const bool gbrg = phase == kPhaseGB || phase == kPhaseGR;
+    const bool phaseSwapped = phase == kPhaseBG || phase == kPhaseGR;
+    const ptrdiff_t n = ptrdiff_t{height} * width;
+    withStore<Bgra8KeepAlphaStore>(of, dst, n, phaseSwapped != of.redFirst, phaseSwapped, [&](const auto &store) {
+        // The interleaved layouts keep the line in the last `w` bytes of their own output.
+        const ptrdiff_t bytes = of.layout == Layout::Interleaved3 ? 3 : 4;
+        uint8_t *frameLine = of.layout == Layout::Interleaved3 || of.layout == Layout::Interleaved4
+                                 ? dst + bytes * n - width
+                                 : line;
+        const uint32_t h = static_cast<uint32_t>(height), w = static_cast<uint32_t>(width);
+        if (gbrg) edge::demosaicGBRG(src, h, w, store, frameLine, ready);
+        else edge::demosaicRGGB(src, h, w, store, frameLine, ready);
+    });
+}
+
 int32_t vq::convertRows(uint32_t phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
                        uint64_t config, uint32_t method, uint8_t *scratchTail, RowSpan rows) {
     switch (phase) {

@@ -1,6 +1,7 @@
 // The converters by rows: what vqpDemosaicing calls when it converts a frame band by band.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "core/rows.h"
@@ -22,6 +23,19 @@ bool convertsByRows(uint32_t phase, uint64_t config, uint32_t method);
 // The parity of the rows where a band may start: 1 for odd rows (the kernels whose row pairs start at
 // row 1), 0 for even rows (those whose pairs start at row 2). Monochrome input may start anywhere.
 int32_t rowBandStep(uint32_t phase);
+
+// What the edge-directed conversion calls before a band reads its rows: reduce(context, end) makes the
+// source rows before `end` ready.
+struct RowsReady {
+    void (*reduce)(void *context, int32_t end);
+    void *context;
+    void operator()(ptrdiff_t end) const { reduce(context, static_cast<int32_t>(end)); }
+};
+
+// The edge-directed conversion of an 8-bit mosaic whose rows are made ready as the bands reach them (rows
+// the conversion has read stay as they are). `line` is the green line of the planar and Mono8 layouts.
+void convertEdgeAsRowsArrive(uint32_t phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
+                             uint64_t config, uint8_t *line, RowsReady ready);
 
 class Workers;
 

@@ -130,6 +130,33 @@ void reduceAndConvertByBands(const ImageFrame *in, int32_t rule, uint32_t phase,
     }
 }
 
+// The edge-directed conversion of deep or packed input: the frame is reduced into `work` a few rows ahead
+// of the band that reads them, so that the reduced rows are still in cache when they are read, and the
+// reading of the input overlaps the conversion. The planar and Mono8 green line follows the reduced frame
+// at a distance: a packed run of odd length writes one byte past its end.
+void reduceAsBandsArrive(const ImageFrame *in, int32_t rule, uint32_t phase, uint64_t config, uint8_t *work,
+                         uint8_t *dst) {
+    struct Progress {
+        const ImageFrame *in;
+        int32_t rule;
+        uint8_t *work;
+        int32_t done; // rows reduced
+    } progress{in, rule, work, 0};
+    const auto reduce = [](void *context, int32_t end) {
+        auto &p = *static_cast<Progress *>(context);
+        const int32_t height = p.in->height, width = p.in->width;
+        if (end <= p.done) return;
+        // Whole steps of 16 rows, so that a packed run starts at an even sample.
+        const int32_t step = (end + 15) & ~15;
+        const int32_t to = step < height ? step : height;
+        reduceRows(p.in, p.rule, p.done, to, p.work + ptrdiff_t{p.done} * width);
+        p.done = to;
+    };
+    const ptrdiff_t pixels = ptrdiff_t{in->height} * in->width;
+    vq::convertEdgeAsRowsArrive(phase, work, dst, in->height, in->width, config, work + pixels + 16,
+                                vq::RowsReady{reduce, &progress});
+}
+
 // What both entry points do before any byte is reduced or written: the argument checks, classification
 // and the growth of the scratch block.
 struct Prepared {
@@ -209,6 +236,11 @@ int32_t convertOnThisThread(ProcessingHandle *handle, const ImageFrame *in, uint
     if ((rule > 0 || rule == -1) && byBands(p, in, config, method)) {
         reduceAndConvertByBands(in, rule, static_cast<uint32_t>(phase), config, method,
                                 alignUp16(handle->scratch.data), dst, 0, height);
+        fillOutputRecord(in, config, out);
+        return VQP_OK;
+    }
+    if ((rule > 0 || rule == -1) && method == VQP_METHOD_EDGE && phase != vq::kPhaseMono && vq::knownOutput(config)) {
+        reduceAsBandsArrive(in, rule, static_cast<uint32_t>(phase), config, alignUp16(handle->scratch.data), dst);
         fillOutputRecord(in, config, out);
         return VQP_OK;
     }

@@ -345,11 +345,23 @@ int64_t last3Rows(const RowSet &rows, ptrdiff_t w, const Store &outRow, const ui
     return 0;
 }
 
+// The drivers call `ready(end)` before a band reads its rows, so that a source still being written (deep
+// input reduced as the bands reach it) has the rows before `end` by then. A frame that is whole from the
+// start needs nothing.
+struct WholeFrame {
+    void operator()(ptrdiff_t) const {}
+};
+
 // Body bands from row r while r < h-3, then the bottom piece of the two or three rows left. Both phases
 // end this way; the GBRG frame runs it one row lower.
-template <class Store>
-int64_t bodyAndBottom(const uint8_t *src, ptrdiff_t h, ptrdiff_t w, const Store &out, uint8_t *line, ptrdiff_t r) {
-    for (; r < h - 3; r += 2) body(rowSet(src, h, w, r), w, out.at(r * w), line, r + 2 < h - 3);
+template <class Store, class Ready = WholeFrame>
+int64_t bodyAndBottom(const uint8_t *src, ptrdiff_t h, ptrdiff_t w, const Store &out, uint8_t *line, ptrdiff_t r,
+                      Ready ready = {}) {
+    for (; r < h - 3; r += 2) {
+        ready(r + 4);
+        body(rowSet(src, h, w, r), w, out.at(r * w), line, r + 2 < h - 3);
+    }
+    ready(h);
     if (h - r == 2) last2Rows(rowSet(src, h, w, r), w, out.at(r * w), line);
     else last3Rows(rowSet(src, h, w, r), w, out.at(r * w), line);
     return 0;
@@ -357,26 +369,30 @@ int64_t bodyAndBottom(const uint8_t *src, ptrdiff_t h, ptrdiff_t w, const Store 
 
 // First band (rows 0 and 1), body bands while r < h-3, then the bottom piece of the two or three rows left.
 // Heights 4 and 5 run no body band: their bottom piece starts at row 2.
-template <class Store>
-int64_t demosaicRGGB(const uint8_t *src, uint32_t height, uint32_t width, const Store &out, uint8_t *line) {
+template <class Store, class Ready = WholeFrame>
+int64_t demosaicRGGB(const uint8_t *src, uint32_t height, uint32_t width, const Store &out, uint8_t *line,
+                     Ready ready = {}) {
     const ptrdiff_t h = height, w = width;
+    ready(4);
     runBand<kFirstRows, true>(rowSet(src, h, w, 0), w, out, line);
-    return bodyAndBottom(src, h, w, out, line, 2);
+    return bodyAndBottom(src, h, w, out, line, 2, ready);
 }
 
 // Rows 0..2 first (row 0 is a G/B row above the RGGB mosaic that starts at row 1), then the RGGB bands one
 // row lower. Height 4 has no room for a bottom piece of two or three rows: rows 2 and 3 are completed by a
 // band of row 3 alone, with the same rules and nothing read outside the frame.
-template <class Store>
-int64_t demosaicGBRG(const uint8_t *src, uint32_t height, uint32_t width, const Store &out, uint8_t *line) {
+template <class Store, class Ready = WholeFrame>
+int64_t demosaicGBRG(const uint8_t *src, uint32_t height, uint32_t width, const Store &out, uint8_t *line,
+                     Ready ready = {}) {
     const ptrdiff_t h = height, w = width;
+    ready(h < 5 ? h : 5);
     if (h == 4) {
         runBand<kTopRowsGB4>(rowSet(src, h, w, 1), w, out.at(w), line);
         runBand<kLastRowGB4>(rowSet(src, h, w, 3), w, out.at(3 * w), line);
         return 0;
     }
     runBand<kTopRowsGB>(rowSet(src, h, w, 1), w, out.at(w), line);
-    return bodyAndBottom(src, h, w, out, line, 3);
+    return bodyAndBottom(src, h, w, out, line, 3, ready);
 }
 
 // ---- Bands on several threads ----------------------------------------------------------------------------

@@ -112,10 +112,11 @@ struct DeepSamples {
 // inside the samples before `end` + 1 and before the row's last sample `w` - 1, so `end` must be at most
 // `w` - 2. The two rows below the last are fetched into the cache meanwhile, for the next pair of rows.
 template <class O, class Deep, int K, class Step>
-int32_t deepStepsTo(const unsigned char *const *rows, const Deep &deep, int32_t end, int32_t w, Step step) {
+int32_t deepStepsTo(const unsigned char *const *rows, const Deep deep, int32_t end, int32_t w, Step step) {
     constexpr int N = O::N;
     using W = typename O::W;
-    const uintptr_t below = reinterpret_cast<uintptr_t>(rows[K - 1]), stride = below - reinterpret_cast<uintptr_t>(rows[K - 2]);
+    const uintptr_t below = reinterpret_cast<uintptr_t>(rows[K - 1]);
+    const uintptr_t stride = below - reinterpret_cast<uintptr_t>(rows[K - 2]);
     W cur[K];
     // A step whose samples at x-1 .. are in `cur` (or loaded here) and, while the next vector still lies
     // before the row's last sample, leaves that vector in `cur`.
@@ -157,22 +158,36 @@ int32_t withDeep(int32_t rule, Run run) {
 
 // ---- Nearest-neighbour -----------------------------------------------------------------------------------
 
-// One row's pixel pairs from an odd column x: in an R row the G site x takes red from x-1 and the R site
-// x+1 takes green and blue from column x (`other` gives blue); in a B row the B site x takes red and green
-// from x-1 and the G site x+1 takes blue from column x (`other` gives red).
+// What nearest-neighbour takes of a row at the pixel pairs (odd column x, even column x+1) of a step:
+// `evens` the samples at x-1 and x+1 (even columns), `odds` the sample at x (an odd column) twice. From
+// deep rows the same lanes are picked from those at x-1 .. and x+1 .. (evensOf, oddsOf).
+template <class O>
+struct Picks {
+    typename O::W evens, odds;
+};
+template <class O>
+Picks<O> picks(const Near3<O> &r) {
+    return {O::oddFrom(r.left, r.here), O::oddFrom(r.here, r.left)};
+}
+template <class O>
+Picks<O> deepPicks(const Near3<O> &r) {
+    return {O::evensOf(r.left, r.right), O::oddsOf(r.left)};
+}
+
+// One row's pixel pairs: in an R row the G site x takes red from x-1 and the R site x+1 takes green and
+// blue from column x (`other` gives blue); in a B row the B site x takes red and green from x-1 and the
+// G site x+1 takes blue from column x (`other` gives red).
 template <class O, bool RRow, class Store>
-void nearestStep(const Store &out, ptrdiff_t x, const Near3<O> &own, const Near3<O> &other) {
-    if constexpr (RRow)
-        VecStore<O, Store>::put(out, x, O::oddFrom(own.left, own.here), O::oddFrom(own.here, own.left),
-                                O::oddFrom(other.here, other.left));
-    else
-        VecStore<O, Store>::put(out, x, O::oddFrom(other.left, other.here), O::oddFrom(own.left, own.here),
-                                O::oddFrom(own.here, own.left));
+void nearestStep(const Store &out, ptrdiff_t x, const Picks<O> &own, const Picks<O> &other) {
+    if constexpr (RRow) VecStore<O, Store>::put(out, x, own.evens, own.odds, other.odds);
+    else VecStore<O, Store>::put(out, x, other.evens, own.evens, own.odds);
 }
 
 template <class O, bool RRow, class Store>
 int32_t nearestRow(const uint8_t *own, const uint8_t *other, int32_t w, const Store &out) {
-    return stepsTo<O>(w, [&](int32_t x) { nearestStep<O, RRow>(out, x, near2<O>(own, x), near2<O>(other, x)); });
+    return stepsTo<O>(w, [&](int32_t x) {
+        nearestStep<O, RRow>(out, x, picks<O>(near2<O>(own, x)), picks<O>(near2<O>(other, x)));
+    });
 }
 
 // A B row and the R row below it from deep rows: rows[0] the R row above, rows[1] the B row, rows[2] the
@@ -180,11 +195,14 @@ int32_t nearestRow(const uint8_t *own, const uint8_t *other, int32_t w, const St
 template <class O, class Store>
 int32_t nearestRowsDeep(const unsigned char *const *rows, int32_t rule, int32_t w, int32_t end, const Store &bRow,
                         const Store &rRow) {
+    // The stores are copied into the step, where no byte stored can alias them.
     return withDeep<O>(rule, [&](const auto &deep) {
-        return deepStepsTo<O, std::decay_t<decltype(deep)>, 3>(rows, deep, end, w, [&](int32_t x, const Near3<O> *r) {
-            nearestStep<O, false>(bRow, x, r[1], r[0]);
-            nearestStep<O, true>(rRow, x, r[2], r[1]);
-        });
+        return deepStepsTo<O, std::decay_t<decltype(deep)>, 3>(
+            rows, deep, end, w, [b = bRow, r = rRow](int32_t x, const Near3<O> *n) {
+                const Picks<O> above = deepPicks<O>(n[0]), row = deepPicks<O>(n[1]);
+                nearestStep<O, false>(b, x, row, above);
+                nearestStep<O, true>(r, x, deepPicks<O>(n[2]), row);
+            });
     });
 }
 
@@ -233,10 +251,11 @@ template <class O, class Store>
 int32_t bilinearRowPairDeep(const unsigned char *const *rows, int32_t rule, int32_t w, int32_t colEnd,
                             const Store &blueRow, const Store &redRow) {
     return withDeep<O>(rule, [&](const auto &deep) {
-        return deepStepsTo<O, std::decay_t<decltype(deep)>, 4>(rows, deep, colEnd, w, [&](int32_t x, const Near3<O> *r) {
-            blueRowStep<O>(Around<O>(r[0], r[1], r[2]), x, blueRow);
-            redRowStep<O>(Around<O>(r[1], r[2], r[3]), x, redRow);
-        });
+        return deepStepsTo<O, std::decay_t<decltype(deep)>, 4>(
+            rows, deep, colEnd, w, [b = blueRow, r = redRow](int32_t x, const Near3<O> *n) {
+                blueRowStep<O>(Around<O>(n[0], n[1], n[2]), x, b);
+                redRowStep<O>(Around<O>(n[1], n[2], n[3]), x, r);
+            });
     });
 }
 

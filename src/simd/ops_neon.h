@@ -28,6 +28,8 @@ struct NeonOps {
         static constexpr uint16_t kOdd[8] = {0, 0xFFFF, 0, 0xFFFF, 0, 0xFFFF, 0, 0xFFFF};
         return vbslq_u16(vld1q_u16(kOdd), odd, even);
     }
+    static W evensOf(W a, W b) { return vtrn1q_u16(a, b); }
+    static W oddsOf(W a) { return vtrn2q_u16(a, a); }
 
     static void store8(uint8_t *p, W v) { vst1_u8(p, vmovn_u16(v)); }
     static void store3(uint8_t *p, W c0, W c1, W c2) {
@@ -113,7 +115,8 @@ struct NeonOps {
     static W loadPairs(const unsigned char *p) {
         uint32_t last;
         std::memcpy(&last, p + 8, 4);
-        const uint8x16_t in = vreinterpretq_u8_u32(vsetq_lane_u32(last, vreinterpretq_u32_u8(vcombine_u8(vld1_u8(p), vdup_n_u8(0))), 2));
+        const uint32x4_t first = vreinterpretq_u32_u8(vcombine_u8(vld1_u8(p), vdup_n_u8(0)));
+        const uint8x16_t in = vreinterpretq_u8_u32(vsetq_lane_u32(last, first, 2));
         static constexpr uint8_t kPick[16] = {0, 255, 2, 255, 3, 255, 5, 255, 6, 255, 8, 255, 9, 255, 11, 255};
         return vreinterpretq_u16_u8(vqtbl1q_u8(in, vld1q_u8(kPick)));
     }

@@ -31,6 +31,12 @@ struct Avx2Ops {
     static W srlBy(W a, int k) { return _mm256_srl_epi16(a, _mm_cvtsi32_si128(k)); }
     // Even lanes from `even`, odd lanes from `odd`.
     static W oddFrom(W even, W odd) { return _mm256_blend_epi16(even, odd, 0xAA); }
+    // Lane pairs (2k, 2k+1): lanes 2k of `a` and of `b`; and lane 2k+1 of `a` twice.
+    static W evensOf(W a, W b) { return _mm256_blend_epi16(a, _mm256_slli_epi32(b, 16), 0xAA); }
+    static W oddsOf(W a) {
+        return _mm256_shuffle_epi8(a, _mm256_broadcastsi128_si256(
+                                          _mm_setr_epi8(2, 3, 2, 3, 6, 7, 6, 7, 10, 11, 10, 11, 14, 15, 14, 15)));
+    }
 
     // N bytes, the low byte of each lane (lanes must hold 0..255).
     static void store8(uint8_t *p, W v) {
@@ -269,6 +275,15 @@ struct Avx512Ops {
     template <int K> static W sll(W a) { return _mm512_slli_epi16(a, K); }
     static W srlBy(W a, int k) { return _mm512_srl_epi16(a, _mm_cvtsi32_si128(k)); }
     static W oddFrom(W even, W odd) { return _mm512_mask_blend_epi16(0xAAAAAAAAu, even, odd); }
+    static W evensOf(W a, W b) {
+        return _mm512_permutex2var_epi16(a, _mm512_set_epi16(62, 30, 60, 28, 58, 26, 56, 24, 54, 22, 52, 20, 50, 18, 48, 16,
+                                                             46, 14, 44, 12, 42, 10, 40, 8, 38, 6, 36, 4, 34, 2, 32, 0),
+                                         b);
+    }
+    static W oddsOf(W a) {
+        return _mm512_shuffle_epi8(a, _mm512_broadcast_i32x4(
+                                          _mm_setr_epi8(2, 3, 2, 3, 6, 7, 6, 7, 10, 11, 10, 11, 14, 15, 14, 15)));
+    }
 
     // N bytes, the low byte of each lane.
     static void store8(uint8_t *p, W v) {
