@@ -153,8 +153,15 @@ void reduceAsBandsArrive(const ImageFrame *in, int32_t rule, uint32_t phase, uin
         p.done = to;
     };
     const ptrdiff_t pixels = ptrdiff_t{in->height} * in->width;
-    vq::convertEdgeAsRowsArrive(phase, work, dst, in->height, in->width, config, work + pixels + 16,
-                                vq::RowsReady{reduce, &progress});
+    // The rows of the next step but one are fetched while the bands before it run.
+    const vq::RowsReady ready{reduce,
+                              &progress,
+                              static_cast<const unsigned char *>(in->data),
+                              rule > 0 ? ptrdiff_t{in->stride >> 1} * 2 : in->stride,
+                              rule > 0 ? 4 : 3,
+                              in->height,
+                              20};
+    vq::convertEdgeAsRowsArrive(phase, work, dst, in->height, in->width, config, work + pixels + 16, ready);
 }
 
 // What both entry points do before any byte is reduced or written: the argument checks, classification

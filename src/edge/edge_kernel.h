@@ -99,6 +99,7 @@ struct DiffMean {
 // Six source rows r-2 .. r+3 of the band of row r; rows outside the frame are null and never read.
 struct RowSet {
     const uint8_t *row[6];
+    simd::Ahead ahead{}; // input rows the band's vector interior fetches into the cache
 };
 
 inline RowSet rowSet(const uint8_t *src, ptrdiff_t h, ptrdiff_t w, ptrdiff_t r) {
@@ -214,7 +215,7 @@ private:
         const auto vector = simd::kernels<Store>().edgeBody;
         if (vector == nullptr) return 2;
         uint8_t seam[2] = {static_cast<uint8_t>(col(0).green[0]), static_cast<uint8_t>(col(1).green[1])};
-        const ptrdiff_t x = vector(rows_.row, w_, line_, seam, !belowRewritten_, out_);
+        const ptrdiff_t x = vector(rows_.row, w_, line_, seam, !belowRewritten_, out_, rows_.ahead);
         if (x == 2) return x;
         for (int p = 0; p < 2; ++p) { // the line entry found (slot p) and the new estimate (slot p + 2)
             Column &c = col(x - 2 + p);
@@ -346,10 +347,11 @@ int64_t last3Rows(const RowSet &rows, ptrdiff_t w, const Store &outRow, const ui
 }
 
 // The drivers call `ready(end)` before a band reads its rows, so that a source still being written (deep
-// input reduced as the bands reach it) has the rows before `end` by then. A frame that is whole from the
-// start needs nothing.
+// input reduced as the bands reach it) has the rows before `end` by then, and give each body band the
+// input rows `ready.ahead(r)` to fetch meanwhile. A frame that is whole from the start needs neither.
 struct WholeFrame {
     void operator()(ptrdiff_t) const {}
+    simd::Ahead ahead(ptrdiff_t) const { return {}; }
 };
 
 // Body bands from row r while r < h-3, then the bottom piece of the two or three rows left. Both phases
@@ -359,7 +361,9 @@ int64_t bodyAndBottom(const uint8_t *src, ptrdiff_t h, ptrdiff_t w, const Store 
                       Ready ready = {}) {
     for (; r < h - 3; r += 2) {
         ready(r + 4);
-        body(rowSet(src, h, w, r), w, out.at(r * w), line, r + 2 < h - 3);
+        RowSet rows = rowSet(src, h, w, r);
+        rows.ahead = ready.ahead(r);
+        body(rows, w, out.at(r * w), line, r + 2 < h - 3);
     }
     ready(h);
     if (h - r == 2) last2Rows(rowSet(src, h, w, r), w, out.at(r * w), line);

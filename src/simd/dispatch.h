@@ -20,6 +20,13 @@ namespace vq::simd {
 enum class Level : int { Scalar = 0, Avx2 = 1, Avx512 = 2, Neon = 3 };
 constexpr int kLevels = 4;
 
+// Input rows that an edge-directed band fetches into the cache as it goes, for deep input reduced a few
+// rows ahead of the bands: with column x, row[k] + x * twoColumnBytes / 2 (null rows: nothing).
+struct Ahead {
+    const unsigned char *row[2] = {nullptr, nullptr};
+    int32_t twoColumnBytes = 0;
+};
+
 // Interiors that write through a pixel store. Every function writes whole pixels from column `from`
 // onwards and returns the first column it did not write; the scalar loop goes on from there.
 template <class Store>
@@ -52,9 +59,9 @@ struct StoreKernels {
     // whole vectors end before the last two columns (green estimates, line entries, greens of rows r and
     // r+1, unless `greensBelow` is 0) and finishes red and blue of rows r-1 and r up to the column before
     // the last one visited. Returns the first column not visited and leaves in `seam` the line's entries
-    // of the two columns before it as the band found them.
+    // of the two columns before it as the band found them. Fetches the rows of `ahead` meanwhile.
     int32_t (*edgeBody)(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t *seam, int greensBelow,
-                        const Store &out) = nullptr;
+                        const Store &out, const Ahead &ahead) = nullptr;
 };
 
 struct Table {
