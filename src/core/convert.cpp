@@ -148,19 +148,30 @@ bool vq::edgeSplits(int32_t height, int count) {
     return count >= 2 && height > 4 && edge::bodyBands(height, true) >= 2 * count;
 }
 
+namespace {
+
+// The edge-directed store of `config` for a frame of `phase`, and the line it keeps: the last `w` bytes of
+// the interleaved layouts' own output, `line` for the others. Calls f(store, frameLine, gbrg).
+template <class F>
+void withEdgeStore(uint32_t phase, uint8_t *dst, int32_t height, int32_t width, uint64_t config, uint8_t *line, F f) {
+    const OutputFormat of = classifyOutput(config);
+    const bool gbrg = phase == vq::kPhaseGB || phase == vq::kPhaseGR;
+    const bool phaseSwapped = phase == vq::kPhaseBG || phase == vq::kPhaseGR;
+    const ptrdiff_t n = ptrdiff_t{height} * width;
+    withStore<vq::Bgra8KeepAlphaStore>(of, dst, n, phaseSwapped != of.redFirst, phaseSwapped, [&](const auto &store) {
+        const ptrdiff_t bytes = of.layout == Layout::Interleaved3 ? 3 : 4;
+        const bool interleaved = of.layout == Layout::Interleaved3 || of.layout == Layout::Interleaved4;
+        f(store, interleaved ? dst + bytes * n - width : line, gbrg);
+    });
+}
+
+} // namespace
+
 void vq::convertEdgeInBands(uint32_t phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
                             uint64_t config, uint8_t *scratchTail, Workers &workers, int count, uint8_t *lines) {
-    const OutputFormat of = classifyOutput(config);
-    const bool gbrg = phase == kPhaseGB || phase == kPhaseGR;
-    const bool phaseSwapped = phase == kPhaseBG || phase == kPhaseGR;
-    const ptrdiff_t h = height, w = width, n = h * w;
-    const ptrdiff_t bands = edge::bodyBands(h, gbrg);
-    withStore<Bgra8KeepAlphaStore>(of, dst, n, phaseSwapped != of.redFirst, phaseSwapped, [&](const auto &store) {
-        // The interleaved layouts keep the line in the last `w` bytes of their own output.
-        const ptrdiff_t bytes = of.layout == Layout::Interleaved3 ? 3 : 4;
-        uint8_t *frameLine = of.layout == Layout::Interleaved3 || of.layout == Layout::Interleaved4
-                                 ? dst + bytes * n - w
-                                 : scratchTail;
+    const ptrdiff_t h = height, w = width;
+    withEdgeStore(phase, dst, height, width, config, scratchTail, [&](const auto &store, uint8_t *frameLine, bool gbrg) {
+        const ptrdiff_t bands = edge::bodyBands(h, gbrg);
         const auto firstBand = [&](int k) { return bands * k / count; };
         workers.run(count, [&](int k) {
             uint8_t *line = k == count - 1 ? frameLine : lines + 2 * k * w;
@@ -172,17 +183,8 @@ void vq::convertEdgeInBands(uint32_t phase, const uint8_t *src, uint8_t *dst, in
 
 void vq::convertEdgeAsRowsArrive(uint32_t phase, const uint8_t *src, uint8_t *dst, int32_t height, int32_t width,
                                  uint64_t config, uint8_t *line, RowsReady ready) {
-    const OutputFormat of = classifyOutput(config);
-    const bool gbrg = phase == kPhaseGB || phase == kPhaseGR;
-    const bool phaseSwapped = phase == kPhaseBG || phase == kPhaseGR;
-    const ptrdiff_t n = ptrdiff_t{height} * width;
-    withStore<Bgra8KeepAlphaStore>(of, dst, n, phaseSwapped != of.redFirst, phaseSwapped, [&](const auto &store) {
-        // The interleaved layouts keep the line in the last `w` bytes of their own output.
-        const ptrdiff_t bytes = of.layout == Layout::Interleaved3 ? 3 : 4;
-        uint8_t *frameLine = of.layout == Layout::Interleaved3 || of.layout == Layout::Interleaved4
-                                 ? dst + bytes * n - width
-                                 : line;
-        const uint32_t h = static_cast<uint32_t>(height), w = static_cast<uint32_t>(width);
+    const uint32_t h = static_cast<uint32_t>(height), w = static_cast<uint32_t>(width);
+    withEdgeStore(phase, dst, height, width, config, line, [&](const auto &store, uint8_t *frameLine, bool gbrg) {
         if (gbrg) edge::demosaicGBRG(src, h, w, store, frameLine, ready);
         else edge::demosaicRGGB(src, h, w, store, frameLine, ready);
     });

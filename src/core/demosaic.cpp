@@ -37,14 +37,23 @@ void reduceRows(const ImageFrame *in, int32_t rule, int32_t from, int32_t to, ui
     }
 }
 
-// The reduced bytes of columns [x0, x1) of frame row y, as reducing the whole row gives them.
-void reduceColumns(const ImageFrame *in, int32_t rule, int32_t y, int32_t x0, int32_t x1, uint8_t *dst) {
+// Bytes from one input row to the next as the reduction routines step: 16-bit rows advance by whole
+// samples, so an odd stride loses its last byte.
+ptrdiff_t inputRowBytes(const ImageFrame *in, int32_t rule) {
+    return rule > 0 ? ptrdiff_t{in->stride >> 1} * 2 : in->stride;
+}
+
+// Columns [x0, x1) of frame row y (rows that start at a packed pair) reduced into the same columns of
+// `row`, by the routines that reduce whole rows; a packed run starts at an even sample, and one of odd
+// length writes a 0 into the byte after it.
+void reduceColumns(const ImageFrame *in, int32_t rule, int32_t y, int32_t x0, int32_t x1, uint8_t *row) {
     if (rule > 0) {
-        const uint16_t *row = static_cast<const uint16_t *>(in->data) + ptrdiff_t{y} * (in->stride >> 1);
-        for (int32_t x = x0; x < x1; ++x) dst[x] = static_cast<uint8_t>(vq::load16(row, x) >> rule);
-    } else { // rows that start at a group: the first and third byte of each
-        const uint8_t *row = static_cast<const uint8_t *>(in->data) + ptrdiff_t{y} * in->stride;
-        for (int32_t x = x0; x < x1; ++x) dst[x] = row[ptrdiff_t{x} / 2 * 3 + (x & 1) * 2];
+        const uint16_t *samples = static_cast<const uint16_t *>(in->data) + ptrdiff_t{y} * (in->stride >> 1);
+        u16Tou8(samples + x0, 1, x1 - x0, in->stride, rule, row + x0);
+    } else {
+        x0 &= ~1;
+        const uint8_t *bytes = static_cast<const uint8_t *>(in->data) + ptrdiff_t{y} * in->stride;
+        unpacked(bytes + ptrdiff_t{x0} / 2 * 3, 1, x1 - x0, in->stride, row + x0);
     }
 }
 
@@ -63,7 +72,7 @@ vq::RowSpan deepRowsOf(const ImageFrame *in, int32_t rule, uint32_t phase, uint3
         width < kDeepMinWidth || packedRunsSplitPairs || !vq::simd::readsDeepRows())
         return span;
     span.deep = static_cast<const unsigned char *>(in->data);
-    span.deepStride = rule > 0 ? ptrdiff_t{in->stride >> 1} * 2 : in->stride;
+    span.deepStride = inputRowBytes(in, rule);
     span.deepRule = rule;
     return span;
 }
@@ -112,7 +121,7 @@ void reduceAndConvertByBands(const ImageFrame *in, int32_t rule, uint32_t phase,
         if (deep.deep == nullptr) {
             reduceRows(in, rule, next, last, window + ptrdiff_t{next - first} * width);
         } else {
-            for (int32_t y = next; y < last; ++y) {
+            for (int32_t y = next; y < last; ++y) { // in order: a packed border may spill into the next row
                 uint8_t *row = window + ptrdiff_t{y - first} * width;
                 if (y < 4 || y >= height - 4) {
                     reduceRows(in, rule, y, y + 1, row);
@@ -157,7 +166,7 @@ void reduceAsBandsArrive(const ImageFrame *in, int32_t rule, uint32_t phase, uin
     const vq::RowsReady ready{reduce,
                               &progress,
                               static_cast<const unsigned char *>(in->data),
-                              rule > 0 ? ptrdiff_t{in->stride >> 1} * 2 : in->stride,
+                              inputRowBytes(in, rule),
                               rule > 0 ? 4 : 3,
                               in->height,
                               20};
