@@ -44,3 +44,6 @@ TSAN_OPTIONS=halt_on_error=1 build/tsan/tests/test_parallel
 
 echo "== AArch64 cross build, tests under qemu at the scalar and NEON levels"
 bash scripts/test-aarch64.sh
+
+echo "== Windows x64 cross build (MinGW-w64): velqora.dll, its exported names, the tests under Wine"
+bash scripts/test-windows.sh
