@@ -164,8 +164,8 @@ namespace Velqora
         /// <summary>
         /// Converts one frame from a byte array into a byte array in OutputFormat. `stride` is the distance
         /// in bytes between rows of the input (rows of 8-bit samples, 16-bit samples or packed pairs); the
-        /// output rows are packed (OutputSize bytes from outputOffset). 8-bit input whose stride exceeds its
-        /// width is compacted in place: its rows are moved together inside `input`. `threads` above 1 (or 0:
+        /// output rows are packed (OutputSize bytes from outputOffset). The input is only read (padded
+        /// 8-bit rows, which the C library compacts in place, are copied first). `threads` above 1 (or 0:
         /// one per hardware thread) splits the frame over that many threads of this Demosaicer.
         /// </summary>
         public void Demosaic(byte[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
@@ -247,9 +247,24 @@ namespace Velqora
                     if (output.Bytes < outNeed)
                         throw new ArgumentException("the output holds " + output.Bytes + " bytes, the frame needs " + outNeed, nameof(output));
                 }
-                var fin = new ImageFrame { height = height, width = width, pixelFormat = (uint)inputFormat, data = input.Address, stride = stride };
-                var fout = new ImageFrame { data = output.Address };
-                Check(entry(h, ref fin, (uint)method, ref fout, (uint)threads), name);
+                // The library compacts padded 8-bit rows in place; the caller's buffer is left as it was by
+                // handing it packed rows of a copy instead.
+                Pinned packed = default(Pinned);
+                if (height > 3 && width > 3 && stride > width && SampleBits(inputFormat) == 8)
+                {
+                    var rows = new byte[(long)height * width];
+                    for (int y = 0; y < height; ++y)
+                        Marshal.Copy(new IntPtr(input.Address.ToInt64() + (long)y * stride), rows, y * width, width);
+                    packed = Pinned.Of(rows, 0, 1, nameof(input));
+                    stride = width;
+                }
+                using (packed)
+                {
+                    IntPtr data = packed.Address != IntPtr.Zero ? packed.Address : input.Address;
+                    var fin = new ImageFrame { height = height, width = width, pixelFormat = (uint)inputFormat, data = data, stride = stride };
+                    var fout = new ImageFrame { data = output.Address };
+                    Check(entry(h, ref fin, (uint)method, ref fout, (uint)threads), name);
+                }
             }
         }
 

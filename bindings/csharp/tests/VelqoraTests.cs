@@ -114,13 +114,16 @@ internal static class VelqoraTests
             var method = (DemosaicMethod)c.Method;
             int threads = c.Entry == "parallel" ? c.Threads : 1;
 
-            // byte[] at an offset (a copy each time: padded 8-bit rows are compacted in place).
+            // byte[] at an offset, which the call must leave as it was.
             const int inOffset = 7;
             var input = new byte[inOffset + c.Input.Length + 3];
             Buffer.BlockCopy(c.Input, 0, input, inOffset, c.Input.Length);
             byte[] output = Filled(c.Output.Length + 2 * Guard);
             Compare(c, "byte[]", output, Guard, () =>
                 d.Demosaic(input, inOffset, c.Height, c.Width, c.Stride, format, method, output, Guard, threads));
+            bool kept = true;
+            for (int i = 0; i < c.Input.Length; ++i) kept &= input[inOffset + i] == c.Input[i];
+            Expect(kept, c + ": the input was written");
 
             // Native buffers.
             IntPtr src = Marshal.AllocHGlobal(c.Input.Length), dst = Marshal.AllocHGlobal(c.Output.Length + 2 * Guard);
