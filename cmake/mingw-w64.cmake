@@ -10,6 +10,11 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+# Windows x64 keeps the stack 16-byte aligned, and g++ does not realign it for the spills of 32- and 64-byte
+# vectors: the assembler writes every aligned vector move as an unaligned one (as fast on aligned data), so
+# a spill of the AVX2 or AVX-512 units can never fault.
+set(CMAKE_C_FLAGS_INIT "-Wa,-muse-unaligned-vector-move")
+set(CMAKE_CXX_FLAGS_INIT "-Wa,-muse-unaligned-vector-move")
 # The compiler's own runtime (libgcc, libstdc++, winpthread) is linked in statically, so velqora.dll and
 # the programs need nothing beside them but the DLLs every Windows has.
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-static")
