@@ -244,6 +244,7 @@ int main(int argc, char **argv) {
     Frames f = makeFrames();
     using vq::simd::Level;
     const Level best = vq::simd::bestLevel();
+    std::printf("Vector level chosen on this machine: %s\n", vqpVectorLevel());
     for (Level level : {Level::Scalar, Level::Avx2, Level::Avx512, Level::Neon}) {
         if (!vq::simd::forceLevel(level)) continue;
         runLevel(vq::simd::levelName(level), f, level == best);

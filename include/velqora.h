@@ -207,7 +207,10 @@ VQP_EXTERN void u8Tou8(const uint8_t *src, int32_t height, int32_t width, int32_
 
 /* ---- Output helpers ------------------------------------------------------------------------- */
 /* 3-byte pixels to 4-byte pixels, the fourth byte 0; returns src. Buffers must not overlap; src holds
- * height x width x 3 bytes, dst height x width x 4 (counted in 64 bits: every size is converted whole). */
+ * height x width x 3 bytes, dst height x width x 4. The byte count n is height x width x 3 computed in
+ * 32 bits and read as a signed number: nothing is done when n < 1, otherwise pixels are widened until n
+ * source bytes have been read (ceil(n / 3) pixels). A product that wraps past 2^32 therefore converts
+ * fewer pixels than the image has, never more; images of 2^31 / 3 bytes or more are not converted whole. */
 VQP_EXTERN const uint8_t *bgrToBgra(const uint8_t *src, uint32_t height, uint32_t width, uint8_t *dst);
 /* Re-pads packed 3-byte rows in place to a multiple of 4 bytes (zero padding); the buffer must hold
  * height x ((3 x width + 3) & ~3) bytes. The stride field is not updated. -111 for a null handle, image
@@ -361,6 +364,10 @@ VQP_EXTERN void edgeLastColsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t
 #define VQP_VERSION_STRING "0.2.0"
 VQP_EXTERN uint32_t vqpVersion(void);
 VQP_EXTERN const char *vqpVersionString(void);
+/* The vector level the conversions of this process run at: "scalar", "avx2", "avx512" or "neon" (a
+ * constant string). The library picks the best level the processor has and the operating system has
+ * enabled, once per process, on the first call that needs it; every level gives the same bytes. */
+VQP_EXTERN const char *vqpVectorLevel(void);
 /* The name of a status code ("VQP_ERR_BAD_DIMENSIONS") and a short message for it; constant strings.
  * A code the library never returns gives "VQP_ERR_UNKNOWN" and "not a status code of this library". */
 VQP_EXTERN const char *vqpStatusName(int32_t status);

@@ -79,4 +79,5 @@ PYBIND11_MODULE(_velqora, m) {
     m.def("status_message", [](int32_t s) { return std::string(vqpStatusMessage(s)); });
     m.def("output_size", &vqpOutputSize);
     m.def("version", [] { return std::string(vqpVersionString()); });
+    m.def("vector_level", [] { return std::string(vqpVectorLevel()); });
 }

@@ -29,6 +29,7 @@ namespace {
 const char *const kUsage = R"(usage: velqora-convert [options] INPUT... (-o FILE | --out-dir DIR)
        velqora-convert --demo OUTDIR
        velqora-convert --list-formats
+       velqora-convert --version
 
 Demosaics raw Bayer or monochrome camera frames with the Velqora library.
 
@@ -57,6 +58,7 @@ Other:
       --demo OUTDIR      synthesise a test chart, demosaic it with every method and Bayer phase,
                          write PNGs and a comparison image to OUTDIR, print time and PSNR
       --list-formats     the accepted pixel-format names and codes
+      --version          the library's version and the vector level it runs at on this machine
   -h, --help             this text
 
 Exit status: 0 done, 2 bad command line, 3 unreadable or short input, 4 the library refused the
@@ -109,6 +111,11 @@ Options parseArgs(int argc, char **argv, bool &done) {
         };
         if (arg == "-h" || arg == "--help") {
             std::fputs(kUsage, stdout);
+            done = true;
+            return o;
+        } else if (arg == "--version") {
+            std::printf("velqora-convert %s, library %s, vector level %s\n", VQP_VERSION_STRING,
+                        vqpVersionString(), vqpVectorLevel());
             done = true;
             return o;
         } else if (arg == "--list-formats") {

@@ -180,6 +180,10 @@ def test_threads_and_demosaicers_in_parallel_give_the_same_result():
         d.demosaic(raw, "BayerGR12")
 
 
-def test_version_matches_the_library(lib):
+def test_version_and_vector_level_match_the_library(lib):
     lib.vqpVersionString.restype = ctypes.c_char_p
+    lib.vqpVectorLevel.restype = ctypes.c_char_p
     assert velqora.__version__ == lib.vqpVersionString().decode()
+    # The module and the shared library detect the machine on their own; they must agree.
+    assert velqora.vector_level() == lib.vqpVectorLevel().decode()
+    assert velqora.vector_level() in ("scalar", "avx2", "avx512", "neon")

@@ -22,10 +22,17 @@ import numpy as np
 
 from . import _velqora
 
-__all__ = ["Error", "Demosaicer", "demosaic", "demosaic16", "INPUT_FORMATS", "OUTPUT_FORMATS", "METHODS",
-           "__version__"]
+__all__ = ["Error", "Demosaicer", "demosaic", "demosaic16", "vector_level", "INPUT_FORMATS", "OUTPUT_FORMATS",
+           "METHODS", "__version__"]
 
 __version__ = _velqora.version()
+
+
+def vector_level() -> str:
+    """The vector level conversions run at on this machine: ``"scalar"``, ``"avx2"``, ``"avx512"`` or
+    ``"neon"``, the best the processor and the operating system allow. Every level gives the same bytes."""
+    return _velqora.vector_level()
+
 
 INPUT_FORMATS = {
     "Mono8": 0x01080001, "Mono10": 0x01100003, "Mono12": 0x01100005, "Mono14": 0x01100025,

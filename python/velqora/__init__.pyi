@@ -4,6 +4,7 @@ import numpy as np
 import numpy.typing as npt
 
 __version__: str
+def vector_level() -> Literal["scalar", "avx2", "avx512", "neon"]: ...
 INPUT_FORMATS: Mapping[str, int]
 OUTPUT_FORMATS: Mapping[str, int]
 METHODS: Mapping[str, int]

@@ -1,7 +1,8 @@
-// What bindings and applications ask of the library besides conversions: its version, the name and a
-// short message for each status code, and the size of an output buffer.
+// What bindings and applications ask of the library besides conversions: its version and vector level,
+// the name and a short message for each status code, and the size of an output buffer.
 #include <cstdint>
 
+#include "simd/dispatch.h"
 #include "velqora.h"
 
 uint32_t vqpVersion(void) {
@@ -9,6 +10,8 @@ uint32_t vqpVersion(void) {
 }
 
 const char *vqpVersionString(void) { return VQP_VERSION_STRING; }
+
+const char *vqpVectorLevel(void) { return vq::simd::levelName(vq::simd::activeLevel()); }
 
 namespace {
 
