@@ -397,8 +397,7 @@ VQP_EXTERN int32_t vqpDemosaicGetConfig16(const ProcessingHandle *handle, uint64
  *   colour (four, or two); neighbours outside the frame are left out, except that green at a red or
  *   blue site on the frame's edge, with three green neighbours, counts the one facing the missing one
  *   twice, and a corner's single diagonal is copied. RGGB frames give exactly vqpDemosaicingBilinearU16
- *   and vqpDemosaicingBilinearU16P; the other phases follow the same rule, which also makes them
- *   the 8-bit bilinear method's values on full samples.
+ *   and vqpDemosaicingBilinearU16P; the other phases follow the same rule.
  * - VQP_METHOD_EDGE: the rules of the edge-directed drivers (demosaicingEdge<phase>U16, including the
  *   blue of an RGGB frame's top-left pixel, taken from unclamped green estimates), with every
  *   interpolated value clamped to [0, the depth's maximum]: 1023, 4095, 16383 or 65535. So GRBG, GBRG
