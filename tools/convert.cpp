@@ -45,8 +45,9 @@ Conversion:
       --output NAME      output pixel format: BGR8, RGB8, BGRA8, RGBA8, RGB8_Planar,
                          BGR8_Planar or Mono8 (default: RGB8, Mono8 for .pgm files and
                          monochrome input in .png, BGR8 for .raw)
-      --u16              16-bit mode: Bayer input of 10 to 16 bits is demosaiced at full depth
-                         (edge, or bilinear for RGGB) into 16-bit .png, .ppm or .raw
+      --u16              16-bit mode: Bayer input of 10 to 16 bits (any phase, unpacked or packed)
+                         is demosaiced at full depth into 16-bit .png (scaled to 16 bits), .ppm or
+                         .raw (B, G, R samples at the input's depth), by any method
 Output (the type follows the extension: .png, .ppm, .pgm, or .raw for the library's exact bytes):
   -o, --out FILE         the output file (one input)
   -d, --out-dir DIR      write each input to DIR/<input name>.<type> (several inputs)
@@ -440,9 +441,10 @@ int run(const Options &o) {
     if (o.u16) {
         if (!o.outputFormat.empty())
             usageError("--output selects 8-bit layouts; the 16-bit mode writes B, G, R samples (.raw) or RGB (.png, .ppm)");
-        if (o.method == Method::Nearest) usageError("the 16-bit mode has no nearest method: use edge or bilinear");
         if (kind == FileKind::Pgm) usageError("the 16-bit mode writes colour: name the output .png, .ppm or .raw");
     } else {
+        if (format.bits == 14 && format.phase[0] != '\0')
+            usageError(format.name + " is converted at full depth only: add --u16");
         of = o.outputFormat.empty() ? outputFormatByCode(defaultOutput(kind, format)) : parseOutputFormat(o.outputFormat);
         checkKindFits(kind, of);
     }

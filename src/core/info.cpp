@@ -62,6 +62,14 @@ uint64_t vqpOutputSize(int32_t height, int32_t width, uint64_t pixelFormat) {
     case VQP_PIXEL_FORMAT_BGR8_PLANAR: return 3 * pixels;
     case VQP_PIXEL_FORMAT_BGRA8:
     case VQP_PIXEL_FORMAT_RGBA8: return 4 * pixels;
+    case VQP_PIXEL_FORMAT_BGR16:
+    case VQP_PIXEL_FORMAT_RGB16:
+    case VQP_PIXEL_FORMAT_RGB16_PLANAR:
+    case VQP_PIXEL_FORMAT_BGR16_PLANAR:
+    case VQP_PIXEL_FORMAT_BGR16 | VQP_OUTPUT16_FULL_RANGE:
+    case VQP_PIXEL_FORMAT_RGB16 | VQP_OUTPUT16_FULL_RANGE:
+    case VQP_PIXEL_FORMAT_RGB16_PLANAR | VQP_OUTPUT16_FULL_RANGE:
+    case VQP_PIXEL_FORMAT_BGR16_PLANAR | VQP_OUTPUT16_FULL_RANGE: return 6 * pixels;
     default: return 0;
     }
 }
