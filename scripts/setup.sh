@@ -16,10 +16,13 @@ command -v clang++ >/dev/null 2>&1 || need+=(clang)
 /usr/bin/python3 -c "import pybind11" >/dev/null 2>&1 || need+=(python3-pybind11)
 /usr/bin/python3 -c "import pytest" >/dev/null 2>&1 || need+=(python3-pytest)
 [ -n "$(ls /usr/include/python3*/Python.h 2>/dev/null)" ] || need+=(python3-dev)
-# `setup.sh aarch64`: the cross compiler and the emulator of the AArch64 build.
+# The emulated processors of the tests (older x86-64 processors, and AArch64), and the disassembler of the
+# instruction check.
+command -v qemu-x86_64 >/dev/null 2>&1 || need+=(qemu-user)
+command -v objdump >/dev/null 2>&1 || need+=(binutils)
+# `setup.sh aarch64`: the cross compiler of the AArch64 build.
 if [ "${1:-}" = aarch64 ]; then
   command -v aarch64-linux-gnu-g++ >/dev/null 2>&1 || need+=(g++-aarch64-linux-gnu)
-  command -v qemu-aarch64 >/dev/null 2>&1 || need+=(qemu-user)
 fi
 
 # `setup.sh windows`: the MinGW-w64 cross compiler (posix threads) and Wine's 64-bit loader.
