@@ -9,13 +9,15 @@
  *     id entry inputFormat height width stride method outputFormat threads status outputBytes
  * entry: "demosaic" (vqpDemosaicing), "parallel" (vqpDemosaicingParallel, `threads`), "bilinear16",
  * "bilinear16p" (vqpDemosaicingBilinearU16Parallel and its planar form, planes B, G, R one after the
- * other), "edge16" (vqpDemosaicingEdgeU16Parallel, the phase as inputFormat). Numbers are decimal.
+ * other), "edge16" (vqpDemosaicingEdgeU16Parallel, the phase as inputFormat), "full16" (vqpDemosaicing16
+ * with `threads`, outputFormat its 16-bit configuration). Numbers are decimal.
  * Every output buffer holds 0xA5 bytes before the call. version.txt holds vqpVersionString().
  *
  * Usage: reference_conversions DIRECTORY
  */
 #include <velqora.h>
 
+#include <inttypes.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -56,8 +58,8 @@ static void save(unsigned id, const char *suffix, const void *bytes, size_t n) {
 
 static void record(const char *entry, uint32_t format, int32_t h, int32_t w, int32_t stride, uint32_t method,
                    uint64_t config, uint32_t threads, int32_t status, size_t outBytes) {
-    fprintf(manifest, "%u %s %u %d %d %d %u %u %u %d %lu\n", cases, entry, (unsigned)format, (int)h, (int)w,
-            (int)stride, (unsigned)method, (unsigned)config, (unsigned)threads, (int)status, (unsigned long)outBytes);
+    fprintf(manifest, "%u %s %u %d %d %d %u %" PRIu64 " %u %d %" PRIu64 "\n", cases, entry, (unsigned)format, (int)h,
+            (int)w, (int)stride, (unsigned)method, config, (unsigned)threads, (int)status, (uint64_t)outBytes);
     ++cases;
 }
 
@@ -70,9 +72,10 @@ static size_t rowBytes(uint32_t format, int32_t w) {
     }
 }
 
-/* One frame through vqpDemosaicing (threads 0) or vqpDemosaicingParallel; stride 0 means packed rows. */
-static void demosaic(ProcessingHandle *h, uint32_t format, int32_t height, int32_t width, int32_t stride,
-                     uint32_t method, uint64_t config, uint32_t threads) {
+/* One frame through vqpDemosaicing (threads 0) or vqpDemosaicingParallel; stride 0 means packed rows. With
+ * `full` through vqpDemosaicing16 with the 16-bit configuration `config`. */
+static void convert(ProcessingHandle *h, int full, uint32_t format, int32_t height, int32_t width, int32_t stride,
+                    uint32_t method, uint64_t config, uint32_t threads) {
     if (stride == 0) stride = (int32_t)rowBytes(format, width);
     size_t inBytes = (size_t)stride * (size_t)height;
     size_t outBytes = (size_t)vqpOutputSize(height, width, config);
@@ -81,15 +84,23 @@ static void demosaic(ProcessingHandle *h, uint32_t format, int32_t height, int32
     fill(in, inBytes);
     save(cases, "in", in, inBytes); /* before the call: padded 8-bit rows are compacted in place */
     memset(out, 0xA5, outBytes);
-    if (vqpDemosaicSetConfig(h, &config) != VQP_OK) fail("output format refused");
+    if ((full ? vqpDemosaicSetConfig16(h, &config) : vqpDemosaicSetConfig(h, &config)) != VQP_OK)
+        fail("output format refused");
     ImageFrame fin = {height, width, format, in, stride};
     ImageFrame fout = {0, 0, 0, out, 0};
-    int32_t status = threads ? vqpDemosaicingParallel(h, &fin, method, &fout, threads)
-                             : vqpDemosaicing(h, &fin, method, &fout);
+    int32_t status = full      ? vqpDemosaicing16(h, &fin, method, &fout, threads)
+                     : threads ? vqpDemosaicingParallel(h, &fin, method, &fout, threads)
+                               : vqpDemosaicing(h, &fin, method, &fout);
     save(cases, "out", out, outBytes);
-    record(threads ? "parallel" : "demosaic", format, height, width, stride, method, config, threads, status, outBytes);
+    record(full ? "full16" : threads ? "parallel" : "demosaic", format, height, width, stride, method, config, threads,
+           status, outBytes);
     free(in);
     free(out);
+}
+
+static void demosaic(ProcessingHandle *h, uint32_t format, int32_t height, int32_t width, int32_t stride,
+                     uint32_t method, uint64_t config, uint32_t threads) {
+    convert(h, 0, format, height, width, stride, method, config, threads);
 }
 
 /* The 16-bit family: rows packed, samples as the machine stores them (little-endian everywhere we run). */
@@ -175,9 +186,26 @@ int main(int argc, char **argv) {
     for (size_t p = 0; p < sizeof phases16 / sizeof *phases16; ++p)
         demosaic16(h, "edge16", phases16[p], 30 + (int32_t)p, 118, (uint32_t)p % 2 + 1);
 
+    /* Full depth: every depth and packing across the phases, every method and 16-bit layout, with and
+     * without full range; padded rows; frames split over threads. */
+    static const uint32_t full[] = {VQP_PIXEL_FORMAT_BAYER_RG10,        VQP_PIXEL_FORMAT_BAYER_GR12,
+                                    VQP_PIXEL_FORMAT_BAYER_GB14,        VQP_PIXEL_FORMAT_BAYER_BG16,
+                                    VQP_PIXEL_FORMAT_BAYER_GB10_PACKED, VQP_PIXEL_FORMAT_BAYER_RG12_PACKED};
+    static const uint64_t layouts16[] = {VQP_PIXEL_FORMAT_BGR16, VQP_PIXEL_FORMAT_RGB16, VQP_PIXEL_FORMAT_RGB16_PLANAR,
+                                         VQP_PIXEL_FORMAT_BGR16_PLANAR};
+    for (size_t f = 0; f < sizeof full / sizeof *full; ++f)
+        for (uint32_t m = 0; m <= 2; ++m)
+            for (size_t l = 0; l < 4; ++l)
+                convert(h, 1, full[f], 21, 198, 0, m, layouts16[l] | ((f + l) % 2 ? VQP_OUTPUT16_FULL_RANGE : 0), 1);
+    convert(h, 1, VQP_PIXEL_FORMAT_BAYER_GR16, 13, 70, 2 * 70 + 10, VQP_METHOD_EDGE, VQP_PIXEL_FORMAT_BGR16, 1);
+    convert(h, 1, VQP_PIXEL_FORMAT_BAYER_BG12_PACKED, 11, 71, 120, VQP_METHOD_BILINEAR, VQP_PIXEL_FORMAT_RGB16, 1);
+    convert(h, 1, VQP_PIXEL_FORMAT_BAYER_RG12, 140, 256, 0, VQP_METHOD_EDGE, VQP_PIXEL_FORMAT_RGB16_PLANAR, 3);
+    convert(h, 1, VQP_PIXEL_FORMAT_BAYER_RG8, 8, 40, 0, VQP_METHOD_EDGE, VQP_PIXEL_FORMAT_BGR16, 1);
+
     vqpRelease(&h);
     if (fclose(manifest) != 0) fail("manifest.txt");
     saveAs("version.txt", vqpVersionString(), strlen(vqpVersionString()));
-    printf("reference_conversions: %u cases, library %s\n", cases, vqpVersionString());
+    printf("reference_conversions: %u cases, library %s, vector level %s\n", cases, vqpVersionString(),
+           vqpVectorLevel());
     return 0;
 }

@@ -55,10 +55,19 @@ namespace Velqora
         BayerRG10Packed = 0x010C0027,
         BayerGB10Packed = 0x010C0028,
         BayerBG10Packed = 0x010C0029,
+        BayerGR14 = 0x01100109, // full depth only (Demosaic16)
+        BayerRG14 = 0x0110010A,
+        BayerGB14 = 0x0110010B,
+        BayerBG14 = 0x0110010C,
         BayerGR12Packed = 0x010C002A,
         BayerRG12Packed = 0x010C002B,
         BayerGB12Packed = 0x010C002C,
         BayerBG12Packed = 0x010C002D,
+        // Output formats of Demosaic16 (Demosaicer.OutputFormat16): 16-bit samples.
+        Bgr16 = 0x0230004B,
+        Rgb16 = 0x02300033,
+        Rgb16Planar = 0x02300024,
+        Bgr16Planar = 0x82300024,
     }
 
     /// <summary>Interpolation methods. Any other value is accepted and writes no pixels.</summary>
@@ -156,6 +165,34 @@ namespace Velqora
             }
         }
 
+        /// <summary>The output format written by Demosaic16: Bgr16 (at first), Rgb16 or either planar form.</summary>
+        public PixelFormat OutputFormat16
+        {
+            get => (PixelFormat)(uint)Config16();
+            set => Config16((ulong)value | (Config16() & FullRangeBit));
+        }
+
+        /// <summary>Whether Demosaic16 scales every sample from the input's depth to the full 16 bits (a
+        /// 12-bit 4095 becomes 65535); otherwise samples keep the input's depth.</summary>
+        public bool FullRange16
+        {
+            get => (Config16() & FullRangeBit) != 0;
+            set => Config16((Config16() & ~FullRangeBit) | (value ? FullRangeBit : 0));
+        }
+
+        private const ulong FullRangeBit = 0x100000000;
+
+        private ulong Config16()
+        {
+            Check(Native.vqpDemosaicGetConfig16(Handle(), out ulong config), "vqpDemosaicGetConfig16");
+            return config;
+        }
+
+        private void Config16(ulong config)
+        {
+            Check(Native.vqpDemosaicSetConfig16(Handle(), ref config), "vqpDemosaicSetConfig16");
+        }
+
         public void Dispose()
         {
             handle.Dispose();
@@ -203,19 +240,65 @@ namespace Velqora
                 threads);
         }
 
+        /// <summary>
+        /// Converts one Bayer frame of 10 to 16 bits (unpacked or packed) without reducing its depth, into
+        /// 16-bit samples in OutputFormat16 (3 a pixel, rows packed, from outputOffset counted in samples).
+        /// Offsets, strides and threads as in Demosaic; the input is only read.
+        /// </summary>
+        public void Demosaic16(byte[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
+                               DemosaicMethod method, ushort[] output, int outputOffset, int threads = 1)
+        {
+            if (input == null) throw new ArgumentNullException(nameof(input));
+            if (output == null) throw new ArgumentNullException(nameof(output));
+            Run16(Pinned.Of(input, inputOffset, 1, nameof(inputOffset)), height, width, stride, inputFormat, method,
+                  Pinned.Of(output, outputOffset, 2, nameof(outputOffset)), threads);
+        }
+
+        /// <summary>As the byte[] form, from 16-bit samples; `inputOffset` counts samples, `stride` bytes.</summary>
+        public void Demosaic16(ushort[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
+                               DemosaicMethod method, ushort[] output, int outputOffset, int threads = 1)
+        {
+            if (input == null) throw new ArgumentNullException(nameof(input));
+            if (output == null) throw new ArgumentNullException(nameof(output));
+            if (SampleBits(inputFormat) != 16)
+                throw new ArgumentException(inputFormat + " has no 16-bit samples: pass its bytes as byte[]", nameof(inputFormat));
+            Run16(Pinned.Of(input, inputOffset, 2, nameof(inputOffset)), height, width, stride, inputFormat, method,
+                  Pinned.Of(output, outputOffset, 2, nameof(outputOffset)), threads);
+        }
+
+        /// <summary>As the byte[] form, on native buffers of the given sizes in bytes.</summary>
+        public void Demosaic16(IntPtr input, long inputBytes, int height, int width, int stride, PixelFormat inputFormat,
+                               DemosaicMethod method, IntPtr output, long outputBytes, int threads = 1)
+        {
+            if (input == IntPtr.Zero) throw new ArgumentNullException(nameof(input));
+            if (output == IntPtr.Zero) throw new ArgumentNullException(nameof(output));
+            if (inputBytes < 0) throw new ArgumentOutOfRangeException(nameof(inputBytes));
+            if (outputBytes < 0) throw new ArgumentOutOfRangeException(nameof(outputBytes));
+            Run16(new Pinned(input, inputBytes), height, width, stride, inputFormat, method, new Pinned(output, outputBytes),
+                  threads);
+        }
+
+        private void Run16(Pinned input, int height, int width, int stride, PixelFormat inputFormat, DemosaicMethod method,
+                           Pinned output, int threads)
+        {
+            Run(Native.vqpDemosaicing16, "vqpDemosaicing16", input, height, width, stride, inputFormat, method, output,
+                () => OutputSize(height, width, OutputFormat16), threads);
+        }
+
         // The library's entry points of one frame, as the common path calls them: the 8-bit output entry
-        // (vqpDemosaicing, or vqpDemosaicingParallel with threads other than 1). A full-depth entry of the same
-        // shape is one more of these, with its own output size.
+        // (vqpDemosaicing, or vqpDemosaicingParallel with threads other than 1) and the full-depth one.
         private delegate int Entry(ProcessingHandle h, ref ImageFrame input, uint method, ref ImageFrame output, uint threads);
 
         private static int Demosaic8(ProcessingHandle h, ref ImageFrame input, uint method, ref ImageFrame output, uint threads) =>
             threads == 1 ? Native.vqpDemosaicing(h, ref input, method, ref output)
                          : Native.vqpDemosaicingParallel(h, ref input, method, ref output, threads);
 
+        private static readonly Entry Demosaic8Entry = Demosaic8;
+
         private void Run(Pinned input, int height, int width, int stride, PixelFormat inputFormat, DemosaicMethod method,
                          Pinned output, int threads)
         {
-            Run(Demosaic8, "vqpDemosaicing", input, height, width, stride, inputFormat, method, output,
+            Run(Demosaic8Entry, "vqpDemosaicing", input, height, width, stride, inputFormat, method, output,
                 () => OutputSize(height, width, OutputFormat), threads);
         }
 
@@ -250,7 +333,7 @@ namespace Velqora
                 // The library compacts padded 8-bit rows in place; the caller's buffer is left as it was by
                 // handing it packed rows of a copy instead.
                 Pinned packed = default(Pinned);
-                if (height > 3 && width > 3 && stride > width && SampleBits(inputFormat) == 8)
+                if (entry == Demosaic8Entry && height > 3 && width > 3 && stride > width && SampleBits(inputFormat) == 8)
                 {
                     var rows = new byte[(long)height * width];
                     for (int y = 0; y < height; ++y)
@@ -350,6 +433,13 @@ namespace Velqora
         [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
         internal static extern int vqpDemosaicingParallel(ProcessingHandle handle, ref ImageFrame input, uint method,
                                                           ref ImageFrame output, uint threads);
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int vqpDemosaicSetConfig16(ProcessingHandle handle, ref ulong config);
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int vqpDemosaicGetConfig16(ProcessingHandle handle, out ulong configOut);
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int vqpDemosaicing16(ProcessingHandle handle, ref ImageFrame input, uint method,
+                                                    ref ImageFrame output, uint threads);
         [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
         internal static extern ulong vqpOutputSize(int height, int width, ulong pixelFormat);
         // Constant strings of the library: returned as pointers, never freed by the marshaller.

@@ -44,12 +44,14 @@ internal static class VelqoraTests
     private sealed class Case
     {
         public string Id, Entry;
-        public uint InputFormat, Method, OutputFormat;
+        public uint InputFormat, Method;
+        public ulong Config;
         public int Height, Width, Stride, Threads, Status;
         public byte[] Input, Output;
         public override string ToString() =>
             "case " + Id + " (" + (PixelFormat)InputFormat + " " + Height + "x" + Width + " stride " + Stride + ", " +
-            (DemosaicMethod)Method + " to " + (PixelFormat)OutputFormat + ", threads " + Threads + ")";
+            (DemosaicMethod)Method + " to " + (PixelFormat)(uint)Config + ((Config >> 32) != 0 ? " full range" : "") +
+            ", threads " + Threads + ")";
     }
 
     private static List<Case> Read(string dir)
@@ -61,7 +63,7 @@ internal static class VelqoraTests
             cases.Add(new Case
             {
                 Id = f[0], Entry = f[1], InputFormat = uint.Parse(f[2]), Height = int.Parse(f[3]), Width = int.Parse(f[4]),
-                Stride = int.Parse(f[5]), Method = uint.Parse(f[6]), OutputFormat = uint.Parse(f[7]),
+                Stride = int.Parse(f[5]), Method = uint.Parse(f[6]), Config = ulong.Parse(f[7]),
                 Threads = int.Parse(f[8]), Status = int.Parse(f[9]),
                 Input = File.ReadAllBytes(Path.Combine(dir, f[0] + ".in")),
                 Output = File.ReadAllBytes(Path.Combine(dir, f[0] + ".out")),
@@ -73,8 +75,9 @@ internal static class VelqoraTests
     private const byte Fill = 0xA5; // what the C program put in every output buffer before the call
     private const int Guard = 16;
 
-    // Runs `call` and compares with the reference: the status, then the output bytes and the guards.
-    private static void Compare(Case c, string form, byte[] output, int offset, Action call)
+    // Runs `call` and compares with the reference: the status, then the output bytes (read by `output`
+    // after the call, with Guard bytes on either side) and the guards.
+    private static void Compare(Case c, string form, Func<byte[]> output, Action call)
     {
         try
         {
@@ -85,13 +88,14 @@ internal static class VelqoraTests
         {
             Expect(e.Status == c.Status, c + " " + form + ": " + e.Message);
         }
+        byte[] got = output();
         int at = -1;
         for (int i = 0; i < c.Output.Length && at < 0; ++i)
-            if (output[offset + i] != c.Output[i]) at = i;
+            if (got[Guard + i] != c.Output[i]) at = i;
         Expect(at < 0, c + " " + form + ": first differing output byte " + at);
         bool guards = true;
         for (int i = 0; i < Guard; ++i)
-            guards &= output[offset - 1 - i] == Fill && output[offset + c.Output.Length + i] == Fill;
+            guards &= got[i] == Fill && got[Guard + c.Output.Length + i] == Fill;
         Expect(guards, c + " " + form + ": bytes around the output were written");
     }
 
@@ -102,67 +106,114 @@ internal static class VelqoraTests
         return b;
     }
 
+    private static byte[] Bytes(ushort[] samples)
+    {
+        var b = new byte[2 * samples.Length];
+        Buffer.BlockCopy(samples, 0, b, 0, b.Length);
+        return b;
+    }
+
+    private static ushort[] FilledSamples(int n)
+    {
+        var s = new ushort[n];
+        for (int i = 0; i < n; ++i) s[i] = Fill * 0x101;
+        return s;
+    }
+
+    // The three forms of one call: arrays at offsets (the byte[] input always, the ushort[] input for 16-bit
+    // samples), then native buffers. `bytesOut`: the output as ushort[] (Demosaic16) rather than byte[].
+    private delegate void ArrayCall(byte[] input, int inOffset, ushort[] samples, int sampleOffset, byte[] output,
+                                    ushort[] output16, int outOffset);
+    private delegate void PointerCall(IntPtr input, long inputBytes, IntPtr output, long outputBytes);
+
+    private static void Forms(Case c, bool samplesOut, ArrayCall arrays, PointerCall pointers)
+    {
+        // byte[] at an offset, which the call must leave as it was.
+        const int inOffset = 7;
+        var input = new byte[inOffset + c.Input.Length + 3];
+        Buffer.BlockCopy(c.Input, 0, input, inOffset, c.Input.Length);
+        int outOffset = samplesOut ? Guard / 2 : Guard;
+        byte[] output = samplesOut ? null : Filled(c.Output.Length + 2 * Guard);
+        ushort[] output16 = samplesOut ? FilledSamples(c.Output.Length / 2 + Guard) : null;
+        Compare(c, "byte[]", () => samplesOut ? Bytes(output16) : output,
+                () => arrays(input, inOffset, null, 0, output, output16, outOffset));
+        bool kept = true;
+        for (int i = 0; i < c.Input.Length; ++i) kept &= input[inOffset + i] == c.Input[i];
+        Expect(kept, c + ": the input was written");
+
+        // ushort[] samples at an offset, for the formats with 16-bit samples.
+        if (((c.InputFormat >> 16) & 0xFF) == 16 && c.Input.Length % 2 == 0 && c.Status == 0)
+        {
+            const int sampleOffset = 3;
+            var samples = new ushort[sampleOffset + c.Input.Length / 2];
+            Buffer.BlockCopy(c.Input, 0, samples, 2 * sampleOffset, c.Input.Length);
+            output = samplesOut ? null : Filled(c.Output.Length + 2 * Guard);
+            output16 = samplesOut ? FilledSamples(c.Output.Length / 2 + Guard) : null;
+            Compare(c, "ushort[]", () => samplesOut ? Bytes(output16) : output,
+                    () => arrays(null, 0, samples, sampleOffset, output, output16, outOffset));
+        }
+
+        // Native buffers.
+        IntPtr src = Marshal.AllocHGlobal(c.Input.Length), dst = Marshal.AllocHGlobal(c.Output.Length + 2 * Guard);
+        try
+        {
+            Marshal.Copy(c.Input, 0, src, c.Input.Length);
+            Marshal.Copy(Filled(c.Output.Length + 2 * Guard), 0, dst, c.Output.Length + 2 * Guard);
+            byte[] back = new byte[c.Output.Length + 2 * Guard];
+            Compare(c, "IntPtr", () => { Marshal.Copy(dst, back, 0, back.Length); return back; },
+                    () => pointers(src, c.Input.Length, dst + Guard, c.Output.Length));
+        }
+        finally
+        {
+            Marshal.FreeHGlobal(src);
+            Marshal.FreeHGlobal(dst);
+        }
+    }
+
     private static void Conversions(Demosaicer d, List<Case> cases)
     {
         int count = 0;
         foreach (Case c in cases)
         {
-            if (c.Entry != "demosaic" && c.Entry != "parallel") continue; // the 16-bit family has no wrapper
-            ++count;
-            d.OutputFormat = (PixelFormat)c.OutputFormat;
             var format = (PixelFormat)c.InputFormat;
             var method = (DemosaicMethod)c.Method;
-            int threads = c.Entry == "parallel" ? c.Threads : 1;
-
-            // byte[] at an offset, which the call must leave as it was.
-            const int inOffset = 7;
-            var input = new byte[inOffset + c.Input.Length + 3];
-            Buffer.BlockCopy(c.Input, 0, input, inOffset, c.Input.Length);
-            byte[] output = Filled(c.Output.Length + 2 * Guard);
-            Compare(c, "byte[]", output, Guard, () =>
-                d.Demosaic(input, inOffset, c.Height, c.Width, c.Stride, format, method, output, Guard, threads));
-            bool kept = true;
-            for (int i = 0; i < c.Input.Length; ++i) kept &= input[inOffset + i] == c.Input[i];
-            Expect(kept, c + ": the input was written");
-
-            // Native buffers.
-            IntPtr src = Marshal.AllocHGlobal(c.Input.Length), dst = Marshal.AllocHGlobal(c.Output.Length + 2 * Guard);
-            try
+            if (c.Entry == "demosaic" || c.Entry == "parallel")
             {
-                Marshal.Copy(c.Input, 0, src, c.Input.Length);
-                Marshal.Copy(Filled(c.Output.Length + 2 * Guard), 0, dst, c.Output.Length + 2 * Guard);
-                byte[] back = new byte[c.Output.Length + 2 * Guard];
-                Compare(c, "IntPtr", back, Guard, () =>
-                {
-                    try
-                    {
-                        d.Demosaic(src, c.Input.Length, c.Height, c.Width, c.Stride, format, method,
-                                   dst + Guard, c.Output.Length, threads);
-                    }
-                    finally
-                    {
-                        Marshal.Copy(dst, back, 0, back.Length);
-                    }
-                });
+                d.OutputFormat = (PixelFormat)(uint)c.Config;
+                int threads = c.Entry == "parallel" ? c.Threads : 1;
+                Forms(c, false,
+                      (input, inOffset, samples, sampleOffset, output, output16, outOffset) =>
+                      {
+                          if (samples == null)
+                              d.Demosaic(input, inOffset, c.Height, c.Width, c.Stride, format, method, output, outOffset, threads);
+                          else
+                              d.Demosaic(samples, sampleOffset, c.Height, c.Width, c.Stride, format, method, output, outOffset, threads);
+                      },
+                      (src, srcBytes, dst, dstBytes) =>
+                          d.Demosaic(src, srcBytes, c.Height, c.Width, c.Stride, format, method, dst, dstBytes, threads));
             }
-            finally
+            else if (c.Entry == "full16")
             {
-                Marshal.FreeHGlobal(src);
-                Marshal.FreeHGlobal(dst);
+                d.OutputFormat16 = (PixelFormat)(uint)c.Config;
+                d.FullRange16 = (c.Config >> 32) != 0;
+                Forms(c, true,
+                      (input, inOffset, samples, sampleOffset, output, output16, outOffset) =>
+                      {
+                          if (samples == null)
+                              d.Demosaic16(input, inOffset, c.Height, c.Width, c.Stride, format, method, output16, outOffset, c.Threads);
+                          else
+                              d.Demosaic16(samples, sampleOffset, c.Height, c.Width, c.Stride, format, method, output16, outOffset, c.Threads);
+                      },
+                      (src, srcBytes, dst, dstBytes) =>
+                          d.Demosaic16(src, srcBytes, c.Height, c.Width, c.Stride, format, method, dst, dstBytes, c.Threads));
             }
-
-            // ushort[] samples at an offset, for the formats with 16-bit samples.
-            if (((c.InputFormat >> 16) & 0xFF) == 16 && c.Input.Length % 2 == 0 && c.Status == 0)
+            else
             {
-                const int sampleOffset = 3;
-                var samples = new ushort[sampleOffset + c.Input.Length / 2];
-                Buffer.BlockCopy(c.Input, 0, samples, 2 * sampleOffset, c.Input.Length);
-                byte[] out16 = Filled(c.Output.Length + 2 * Guard);
-                Compare(c, "ushort[]", out16, Guard, () =>
-                    d.Demosaic(samples, sampleOffset, c.Height, c.Width, c.Stride, format, method, out16, Guard, threads));
+                continue; // the other 16-bit entry points have no wrapper
             }
+            ++count;
         }
-        Expect(count > 150, "the references hold " + count + " conversions");
+        Expect(count > 220, "the references hold " + count + " conversions");
     }
 
     private static void Errors(Demosaicer d)
@@ -209,6 +260,27 @@ internal static class VelqoraTests
         Expect(d.OutputFormat == PixelFormat.Bgr8, "a refused output format keeps the old one");
         Throws<VelqoraException>("upper bits of the output format", () => d.OutputFormat = (PixelFormat)0x82180015,
             Status(VelqoraException.UnsupportedOutputFormat, "VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT"));
+
+        // The full-depth entry point: its own configuration, its own checks.
+        var out16 = new ushort[64 * 48 * 3];
+        d.OutputFormat16 = PixelFormat.Rgb16Planar;
+        d.FullRange16 = true;
+        Expect(d.OutputFormat16 == PixelFormat.Rgb16Planar && d.FullRange16 && d.OutputFormat == PixelFormat.Bgr8,
+               "16-bit layout and range are kept apart from each other and from the 8-bit format");
+        d.FullRange16 = false;
+        Expect(d.OutputFormat16 == PixelFormat.Rgb16Planar && !d.FullRange16, "clearing the range keeps the layout");
+        Throws<VelqoraException>("8-bit output format for Demosaic16", () => d.OutputFormat16 = PixelFormat.Bgr8,
+            Status(VelqoraException.UnsupportedOutputFormat, "VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT"));
+        Throws<VelqoraException>("8-bit input to Demosaic16", () => d.Demosaic16(raw, 0, 48, 64, 64, fmt, m, out16, 0),
+            Status(VelqoraException.UnsupportedInputFormat, "VQP_ERR_UNSUPPORTED_INPUT_FORMAT"));
+        Throws<ArgumentException>("Demosaic16 output too small", () =>
+            d.Demosaic16(new ushort[64 * 48], 0, 48, 64, 128, PixelFormat.BayerRG12, m, out16, 1));
+        Throws<ArgumentOutOfRangeException>("Demosaic16 stride below a row", () =>
+            d.Demosaic16(new ushort[64 * 48], 0, 48, 64, 127, PixelFormat.BayerRG12, m, out16, 0));
+        Throws<ArgumentNullException>("Demosaic16 null output", () =>
+            d.Demosaic16(new ushort[64 * 48], 0, 48, 64, 128, PixelFormat.BayerRG12, m, null, 0));
+        Throws<ArgumentException>("Demosaic16 ushort[] with packed samples", () =>
+            d.Demosaic16(new ushort[64 * 48], 0, 48, 64, 96, PixelFormat.BayerRG12Packed, m, out16, 0));
 
         // Frames the binding refuses before the call, and scratch the library cannot have: native buffers
         // that claim more than they hold (nothing is read or written on these paths).
