@@ -14,6 +14,8 @@ cmake -S . -B build/mingw -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_
   -DVELQORA_BUILD_TOOLS=OFF
 cmake --build build/mingw -j "$jobs"
 echo "windows: built in $((SECONDS - start)) s"
+# As on Linux: only the vector units' own functions use instructions beyond the x86-64 baseline.
+python3 scripts/check-instructions.py build/mingw
 
 # A prefix of our own, made once here (Wine takes several seconds to create one) and removed at the end.
 WINEPREFIX=$(mktemp -d "${TMPDIR:-/tmp}/velqora-wine.XXXXXX")
