@@ -339,11 +339,16 @@ struct EdgeDiffs {
     typename O::W redSum, red, blueSum, blueAbove;
 };
 
-template <class O, class Store>
-int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t *seam, int greensBelow,
-                 const Store &out, const vq::simd::Ahead &ahead) {
+// KeepAll: every band of a frame on one thread; otherwise `keep` is read at run time (a few bands of a frame
+// split between threads).
+template <class O, class Store, bool KeepAll>
+int32_t edgeBand(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t *seam, int greensBelow,
+                 const Store &out, const vq::simd::Ahead &ahead, int keep) {
     using W = typename O::W;
     constexpr int N = O::N, C = 2 * N; // columns a step
+    const bool above = KeepAll || (keep & vq::simd::kEdgeRowAbove) != 0;
+    const bool below = KeepAll || (keep & vq::simd::kEdgeRowsBelow) != 0;
+    greensBelow = greensBelow && below;
     ptrdiff_t x = 2;
     if (x + C + 2 > w) return int32_t(x);
     const uint8_t *r0 = rows[0], *r1 = rows[1], *r2 = rows[2], *r3 = rows[3], *r4 = rows[4], *r5 = rows[5];
@@ -403,17 +408,21 @@ int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t
         const W redSumBack = back(before.redSum, cur.redSum), redBack = back(before.red, cur.red);
         const W blueSumBack = back(before.blueSum, cur.blueSum), blueAboveBack = back(before.blueAbove, cur.blueAbove);
         // Row r-1 (G/B): a blue site, then a green site.
-        const W aboveBlue = odds(bytes(r1 + x - 2)), aboveGreen = evens(v1);
-        const W aboveBlueGreen = O::sub(aboveBlue, blueAboveBack); // the line's old entry
-        VecStore<O, Store>::putPairs(
-            out, x - 1 - w, O::add(aboveBlueGreen, O::template sra<2>(O::add(redSumBack, cur.redSum))),
-            O::add(aboveGreen, O::template sra<1>(cur.redSum)), aboveBlueGreen, aboveGreen, aboveBlue,
-            O::add(aboveGreen, O::template sra<1>(O::add(blueAboveBack, cur.blueAbove))));
+        if (above) {
+            const W aboveBlue = odds(bytes(r1 + x - 2)), aboveGreen = evens(v1);
+            const W aboveBlueGreen = O::sub(aboveBlue, blueAboveBack); // the line's old entry
+            VecStore<O, Store>::putPairs(
+                out, x - 1 - w, O::add(aboveBlueGreen, O::template sra<2>(O::add(redSumBack, cur.redSum))),
+                O::add(aboveGreen, O::template sra<1>(cur.redSum)), aboveBlueGreen, aboveGreen, aboveBlue,
+                O::add(aboveGreen, O::template sra<1>(O::add(blueAboveBack, cur.blueAbove))));
+        }
         // Row r (R/G): a green site, then a red site.
-        const W hereGreen = odds(a2);
-        VecStore<O, Store>::putPairs(out, x - 1, O::add(hereGreen, O::template sra<1>(O::add(redBack, cur.red))), red,
-                                     hereGreen, greenR, O::add(hereGreen, O::template sra<1>(blueSumBack)),
-                                     O::add(greenR, O::template sra<2>(O::add(blueSumBack, cur.blueSum))));
+        if (below) {
+            const W hereGreen = odds(a2);
+            VecStore<O, Store>::putPairs(out, x - 1, O::add(hereGreen, O::template sra<1>(O::add(redBack, cur.red))),
+                                         red, hereGreen, greenR, O::add(hereGreen, O::template sra<1>(blueSumBack)),
+                                         O::add(greenR, O::template sra<2>(O::add(blueSumBack, cur.blueSum))));
+        }
         return cur;
     };
     W found = bytes(line + x);
@@ -449,6 +458,13 @@ int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t
     O::store16b(entries, found);
     seam[0] = entries[C - 2], seam[1] = entries[C - 1];
     return int32_t(x);
+}
+
+template <class O, class Store>
+int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t *seam, int greensBelow,
+                 const Store &out, const vq::simd::Ahead &ahead, int keep) {
+    if (keep == vq::simd::kEdgeAll) return edgeBand<O, Store, true>(rows, w, line, seam, greensBelow, out, ahead, keep);
+    return edgeBand<O, Store, false>(rows, w, line, seam, greensBelow, out, ahead, keep);
 }
 
 // ---- Depth reduction and widening ------------------------------------------------------------------------
