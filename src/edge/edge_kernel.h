@@ -146,7 +146,6 @@ struct VectorTarget<SplitStore<Store, Before>> { // split at the band's row r: r
     }
 };
 
-
 // Six source rows r-2 .. r+3 of the band of row r; rows outside the frame are null and never read.
 struct RowSet {
     const uint8_t *row[6];
