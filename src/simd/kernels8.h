@@ -359,8 +359,8 @@ int32_t edgeBand(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t
 
     // Columns 0 and 1 as the last lane of a step before the first (differences wrap in 16 bits).
     const auto lastLaneOnly = [](const int32_t (&v)[4]) {
-        alignas(64) uint16_t lanes[4][N] = {};
-        for (int f = 0; f < 4; ++f) lanes[f][N - 1] = uint16_t(v[f]);
+        alignas(64) uint16_t lanes[4][O::N] = {};
+        for (int f = 0; f < 4; ++f) lanes[f][O::N - 1] = uint16_t(v[f]);
         return EdgeDiffs<O>{O::load16(lanes[0]), O::load16(lanes[1]), O::load16(lanes[2]), O::load16(lanes[3])};
     };
     EdgeDiffs<O> prev;
