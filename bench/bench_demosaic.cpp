@@ -1,14 +1,17 @@
 // Speed of every conversion at every vector level this machine has, on one 4096 x 3000 frame, single
 // threaded (and the parallel entry points on 2 threads), in Mpix/s, best of several runs. Built with
 // -DVELQORA_BENCH_OPENCV=ON it times OpenCV's corresponding conversions in the same run (one thread) and
-// prints each ratio beside its target.
+// prints each ratio beside its target, in one table per vector level (a level forced below the machine's
+// best counts as that level: AVX2 on an AVX-512 machine stands for the many machines without AVX-512).
 //
-//   velqora_bench [--quick] [--cold] [--filter TEXT] [--reps N]
+//   velqora_bench [--quick] [--cold] [--filter TEXT] [--reps N] [--levels NAME,NAME...] [--width W]
 //
-// --quick: a 256 x 128 frame, one run of each case (what CI runs); --filter: only the cases whose name
-// contains TEXT; --cold: the input frame is flushed from every cache level before each run, as a frame
-// that a camera has just written to memory would be (by default the same frame is converted again and
-// again, and a small one stays in the last-level cache between runs).
+// --quick: a 256 x 128 frame, one run of each case (what CI runs); --filter: only the library's cases
+// whose name contains TEXT (OpenCV's run whatever the filter, the tables need them); --cold: the input
+// frame is flushed from every cache level before each run, as a frame that a camera has just written to
+// memory would be (by default the same frame is converted again and again, and a small one stays in the
+// last-level cache between runs); --levels: only these levels ("scalar", "avx2", "avx512", "neon");
+// --width: another frame width (the height stays).
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -32,7 +35,7 @@ namespace {
 
 int gH = 3000, gW = 4096, gReps = 7;
 bool gCold = false;
-std::string gFilter;
+std::string gFilter, gLevels;
 // The input of the cases being reported, flushed before each run with --cold.
 const void *gInput = nullptr;
 size_t gInputBytes = 0;
@@ -44,9 +47,10 @@ void flushInput() {
     __builtin_ia32_mfence();
 #endif
 }
-std::map<std::string, double> gResults; // case name at the best level -> Mpix/s
+// level name -> case name -> Mpix/s; OpenCV's cases under "opencv".
+std::map<std::string, std::map<std::string, double>> gResults;
 
-double mpixPerSecond(const std::function<void()> &run) {
+double mpixPerSecond(const std::function<void()> &run, double pixels) {
     double best = 1e30;
     for (int i = 0; i < gReps; ++i) {
         if (gCold) flushInput();
@@ -55,11 +59,12 @@ double mpixPerSecond(const std::function<void()> &run) {
         const auto t1 = std::chrono::steady_clock::now();
         best = std::min(best, std::chrono::duration<double>(t1 - t0).count());
     }
-    return double(gH) * gW / best / 1e6;
+    return pixels / best / 1e6;
 }
 
-void report(const std::string &level, const std::string &name, const std::function<void()> &run, bool keep) {
-    if (!gFilter.empty()) { // alternatives separated by '|'
+void report(const std::string &level, const std::string &name, const std::function<void()> &run,
+            int width = gW) {
+    if (level != "opencv" && !gFilter.empty()) { // alternatives separated by '|'
         bool any = false;
         for (size_t at = 0; at <= gFilter.size() && !any;) {
             const size_t bar = std::min(gFilter.find('|', at), gFilter.size());
@@ -68,14 +73,33 @@ void report(const std::string &level, const std::string &name, const std::functi
         }
         if (!any) return;
     }
-    const double v = mpixPerSecond(run);
+    const double v = mpixPerSecond(run, double(gH) * width);
     std::printf("%-8s %-44s %9.0f Mpix/s\n", level.c_str(), name.c_str(), v);
     std::fflush(stdout);
-    if (keep) gResults[name] = v;
+    gResults[level][name] = v;
+}
+
+// The CPU's model as the system names it ("unknown" where it does not).
+std::string cpuModel() {
+    std::FILE *f = std::fopen("/proc/cpuinfo", "r");
+    if (f == nullptr) return "unknown";
+    char line[512];
+    std::string model;
+    while (model.empty() && std::fgets(line, sizeof line, f) != nullptr) {
+        const std::string s(line);
+        for (const char *key : {"model name", "Model", "Hardware"})
+            if (s.rfind(key, 0) == 0 && s.find(':') != std::string::npos) {
+                model = s.substr(s.find(':') + 1);
+                break;
+            }
+    }
+    std::fclose(f);
+    const size_t a = model.find_first_not_of(" \t"), b = model.find_last_not_of(" \t\n");
+    return a == std::string::npos ? "unknown" : model.substr(a, b - a + 1);
 }
 
 struct Frames {
-    std::vector<uint8_t> rg8, rg12Packed;
+    std::vector<uint8_t> rg8, rg8Wider, rg12Packed;
     std::vector<uint16_t> rg12;
     std::vector<uint8_t> out;
     std::vector<uint16_t> out16;
@@ -86,17 +110,19 @@ Frames makeFrames() {
     const size_t n = size_t(gH) * gW;
     std::mt19937 rng(1);
     f.rg8.resize(n);
+    f.rg8Wider.resize(size_t(gH) * (gW + 8));
     f.rg12.resize(n);
     f.rg12Packed.resize(n + n / 2 + 1);
     for (auto &v : f.rg8) v = uint8_t(rng());
+    for (auto &v : f.rg8Wider) v = uint8_t(rng());
     for (auto &v : f.rg12) v = uint16_t(rng() & 4095);
     for (auto &v : f.rg12Packed) v = uint8_t(rng());
-    f.out.assign(4 * n, 0);
+    f.out.assign(4 * size_t(gH) * (gW + 8), 0);
     f.out16.assign(3 * n, 0);
     return f;
 }
 
-void runLevel(const std::string &level, Frames &f, bool best) {
+void runLevel(const std::string &level, Frames &f) {
     ProcessingHandle *h = nullptr;
     vqpCreate(&h);
     const struct {
@@ -122,15 +148,27 @@ void runLevel(const std::string &level, Frames &f, bool best) {
                 vqpDemosaicSetConfig(h, &o.config);
                 ImageFrame fi{gH, gW, in.code, in.data, in.stride}, fo{0, 0, 0, f.out.data(), 0};
                 report(level, std::string(methods[m]) + " " + in.name + " -> " + o.name,
-                       [&] { vqpDemosaicing(h, &fi, m, &fo); }, best);
+                       [&] { vqpDemosaicing(h, &fi, m, &fo); });
             }
+    // Planar output at a width 8 samples wider: at a power-of-two width the planes and the input rows lie a
+    // multiple of 4096 bytes apart, which a slower planar time at gW shows.
+    {
+        const uint64_t planar = VQP_PIXEL_FORMAT_RGB8_PLANAR;
+        vqpDemosaicSetConfig(h, &planar);
+        const int wider = gW + 8;
+        gInput = f.rg8Wider.data(), gInputBytes = f.rg8Wider.size();
+        ImageFrame fi{gH, wider, VQP_PIXEL_FORMAT_BAYER_RG8, f.rg8Wider.data(), wider}, fo{0, 0, 0, f.out.data(), 0};
+        for (uint32_t m : {1u, 2u})
+            report(level, std::string(methods[m]) + " RG8 -> planar, width +8", [&] { vqpDemosaicing(h, &fi, m, &fo); },
+                   wider);
+    }
     const uint32_t H = uint32_t(gH), W = uint32_t(gW);
     const size_t n = size_t(gH) * gW;
     uint16_t *o16 = f.out16.data();
     gInput = f.rg12.data(), gInputBytes = 2 * n;
-    report(level, "16-bit bilinear", [&] { vqpDemosaicingBilinearU16(f.rg12.data(), H, W, o16); }, best);
+    report(level, "16-bit bilinear", [&] { vqpDemosaicingBilinearU16(f.rg12.data(), H, W, o16); });
     report(level, "16-bit bilinear planar",
-           [&] { vqpDemosaicingBilinearU16P(f.rg12.data(), H, W, o16, o16 + n, o16 + 2 * n); }, best);
+           [&] { vqpDemosaicingBilinearU16P(f.rg12.data(), H, W, o16, o16 + n, o16 + 2 * n); });
     const struct {
         const char *name;
         int32_t (*driver)(const uint16_t *, uint32_t, uint32_t, uint16_t *);
@@ -140,7 +178,7 @@ void runLevel(const std::string &level, Frames &f, bool best) {
                  {"GBRG", demosaicingEdgeGBRGU16, VQP_PIXEL_FORMAT_BAYER_GB12},
                  {"BGGR", demosaicingEdgeBGGRU16, VQP_PIXEL_FORMAT_BAYER_BG12}};
     for (const auto &e : edges)
-        report(level, std::string("16-bit edge ") + e.name, [&] { e.driver(f.rg12.data(), H, W, o16); }, best);
+        report(level, std::string("16-bit edge ") + e.name, [&] { e.driver(f.rg12.data(), H, W, o16); });
 
     // The full-depth entry point, one thread, B, G, R: every phase from 16-bit containers read where they lie
     // (16), from 12-bit ones (12, reassembled without the stray bits) and from packed pairs (12p).
@@ -162,10 +200,10 @@ void runLevel(const std::string &level, Frames &f, bool best) {
                 gInput = in.data, gInputBytes = size_t(in.stride) * size_t(gH);
                 ImageFrame fi{gH, gW, in.gr + offsets[p], in.data, in.stride}, fo{0, 0, 0, o16, 0};
                 report(level, std::string("full-depth ") + methods[m] + " " + phases[p] + in.name,
-                       [&] { vqpDemosaicing16(h, &fi, m, &fo, 1); }, best);
+                       [&] { vqpDemosaicing16(h, &fi, m, &fo, 1); });
             }
 
-    if (best) { // the parallel entry points, 1 and 2 threads
+    if (level != "scalar") { // the parallel entry points, 1 and 2 threads
         for (uint32_t t : {1u, 2u}) {
             const std::string suffix = ", " + std::to_string(t) + " thread" + (t > 1 ? "s" : "");
             const uint64_t bgr = VQP_PIXEL_FORMAT_BGR8;
@@ -174,14 +212,13 @@ void runLevel(const std::string &level, Frames &f, bool best) {
                 gInput = f.rg8.data(), gInputBytes = n;
                 ImageFrame fi{gH, gW, VQP_PIXEL_FORMAT_BAYER_RG8, f.rg8.data(), gW}, fo{0, 0, 0, f.out.data(), 0};
                 report(level, std::string(methods[m]) + " RG8 -> BGR8" + suffix,
-                       [&] { vqpDemosaicingParallel(h, &fi, m, &fo, t); }, true);
+                       [&] { vqpDemosaicingParallel(h, &fi, m, &fo, t); });
             }
             gInput = f.rg12.data(), gInputBytes = 2 * n;
             report(level, "16-bit bilinear" + suffix,
-                   [&] { vqpDemosaicingBilinearU16Parallel(h, f.rg12.data(), H, W, o16, t); }, true);
+                   [&] { vqpDemosaicingBilinearU16Parallel(h, f.rg12.data(), H, W, o16, t); });
             report(level, "16-bit edge RGGB" + suffix,
-                   [&] { vqpDemosaicingEdgeU16Parallel(h, f.rg12.data(), H, W, o16, VQP_PIXEL_FORMAT_BAYER_RG12, t); },
-                   true);
+                   [&] { vqpDemosaicingEdgeU16Parallel(h, f.rg12.data(), H, W, o16, VQP_PIXEL_FORMAT_BAYER_RG12, t); });
         }
     }
     vqpRelease(&h);
@@ -207,17 +244,21 @@ void runOpenCV(Frames &f) {
         cv::Mat &out = c.src == &raw16 ? dst16 : dst;
         cv::cvtColor(*c.src, out, c.code); // allocates once
         gInput = c.src->data, gInputBytes = c.src->total() * c.src->elemSize();
-        report("opencv", c.name, [&] { cv::cvtColor(*c.src, out, c.code); }, true);
+        report("opencv", c.name, [&] { cv::cvtColor(*c.src, out, c.code); });
     }
 }
 #endif
 
-void targets() {
-    const auto get = [](const std::string &k) {
-        const auto it = gResults.find(k);
-        return it == gResults.end() ? 0.0 : it->second;
+void targets(const std::string &level) {
+    const auto get = [&](const std::string &k) {
+        for (const std::string &from : {level, std::string("opencv")}) {
+            const auto &results = gResults[from];
+            const auto it = results.find(k);
+            if (it != results.end()) return it->second;
+        }
+        return 0.0;
     };
-    std::printf("\nTargets (best level; ratio, target, met):\n");
+    std::printf("\nTargets at the %s level (ratio, target, met):\n", level.c_str());
     const auto line = [](const std::string &what, double ratio, double target, bool atMost) {
         if (ratio <= 0) return;
         const bool met = atMost ? ratio <= target : ratio >= target;
@@ -263,6 +304,9 @@ void targets() {
             const std::string base = std::string("full-depth ") + m + " " + p;
             line(base + "12p time / " + p + "12 time", vs(base + "12", base + "12p"), 1.3, true);
         }
+    for (const char *m : {"bilinear", "edge"})
+        line(std::string("time a pixel, ") + m + " planar, width " + std::to_string(gW) + " / " + std::to_string(gW + 8),
+             vs(std::string(m) + " RG8 -> planar, width +8", std::string(m) + " RG8 -> planar"), 1.1, true);
     for (const char *c : {"edge RG8 -> BGR8", "bilinear RG8 -> BGR8", "16-bit bilinear", "16-bit edge RGGB"})
         line(std::string(c) + ", 2 threads / 1 thread", vs(std::string(c) + ", 2 threads", std::string(c) + ", 1 thread"),
              1.8, false);
@@ -280,25 +324,38 @@ int main(int argc, char **argv) {
             gFilter = argv[++i];
         } else if (std::strcmp(argv[i], "--reps") == 0 && i + 1 < argc) {
             gReps = std::max(1, std::atoi(argv[++i]));
+        } else if (std::strcmp(argv[i], "--levels") == 0 && i + 1 < argc) {
+            gLevels = argv[++i];
+        } else if (std::strcmp(argv[i], "--width") == 0 && i + 1 < argc) {
+            gW = std::max(4, std::atoi(argv[++i]));
         } else {
-            std::fprintf(stderr, "usage: velqora_bench [--quick] [--cold] [--filter TEXT[|TEXT...]] [--reps N]\n");
+            std::fprintf(stderr, "usage: velqora_bench [--quick] [--cold] [--filter TEXT[|TEXT...]] [--reps N] "
+                                 "[--levels NAME,NAME...] [--width W]\n");
             return 2;
         }
     }
+    using vq::simd::Level;
+    std::printf("CPU: %s; levels:", cpuModel().c_str());
+    for (Level level : {Level::Scalar, Level::Avx2, Level::Avx512, Level::Neon})
+        if (vq::simd::supported(level)) std::printf(" %s", vq::simd::levelName(level));
+    std::printf(" (the library chooses %s)\n", vqpVectorLevel());
     std::printf("Frame %d x %d, best of %d, one thread unless stated%s\n", gW, gH, gReps,
                 gCold ? ", input flushed from the caches before each run" : "");
     Frames f = makeFrames();
-    using vq::simd::Level;
     const Level best = vq::simd::bestLevel();
-    std::printf("Vector level chosen on this machine: %s\n", vqpVectorLevel());
+    std::vector<std::string> ran;
     for (Level level : {Level::Scalar, Level::Avx2, Level::Avx512, Level::Neon}) {
+        const std::string name = vq::simd::levelName(level);
+        if (!gLevels.empty() && ("," + gLevels + ",").find("," + name + ",") == std::string::npos) continue;
         if (!vq::simd::forceLevel(level)) continue;
-        runLevel(vq::simd::levelName(level), f, level == best);
+        runLevel(name, f);
+        ran.push_back(name);
     }
     vq::simd::forceLevel(best);
 #ifdef VELQORA_BENCH_OPENCV
     runOpenCV(f);
 #endif
-    targets();
+    for (const std::string &level : ran)
+        if (level != "scalar") targets(level);
     return 0;
 }

@@ -96,6 +96,56 @@ struct DiffMean {
 
 // ---- Bands -----------------------------------------------------------------------------------------------
 
+// A store that keeps nothing.
+struct NullStore {
+    NullStore at(ptrdiff_t) const { return {}; }
+    void put(ptrdiff_t, uint32_t, uint32_t, uint32_t) const {}
+    void putGreen(ptrdiff_t, uint32_t) const {}
+    void putRedBlue(ptrdiff_t, uint32_t, uint32_t, uint32_t) const {}
+};
+
+// A store that keeps only the pixels before its origin (Before) or only those at or after it.
+template <class Store, bool Before>
+struct SplitStore {
+    Store store;
+    ptrdiff_t origin; // in pixels from the store's base
+
+    SplitStore at(ptrdiff_t pixels) const { return {store.at(pixels), origin - pixels}; }
+    bool keeps(ptrdiff_t i) const { return (i < origin) == Before; }
+    void put(ptrdiff_t i, uint32_t r, uint32_t g, uint32_t b) const {
+        if (keeps(i)) store.put(i, r, g, b);
+    }
+    void putGreen(ptrdiff_t i, uint32_t g) const {
+        if (keeps(i)) store.putGreen(i, g);
+    }
+    void putRedBlue(ptrdiff_t i, uint32_t r, uint32_t g, uint32_t b) const {
+        if (keeps(i)) store.putRedBlue(i, r, g, b);
+    }
+};
+
+// The store a band's vector interior writes through, and what it keeps of the band (simd::kEdge*; -1:
+// no vector interior for this store).
+template <class Store>
+struct VectorTarget {
+    using Type = Store;
+    static const Store &store(const Store &s) { return s; }
+    static int keep(const Store &) { return simd::kEdgeAll; }
+};
+template <>
+struct VectorTarget<NullStore> { // the line alone, through a store that is never written
+    using Type = PlanarStore;
+    static PlanarStore store(const NullStore &) { return {nullptr, nullptr, nullptr}; }
+    static int keep(const NullStore &) { return 0; }
+};
+template <class Store, bool Before>
+struct VectorTarget<SplitStore<Store, Before>> { // split at the band's row r: row r-1, or the rows below
+    using Type = Store;
+    static const Store &store(const SplitStore<Store, Before> &s) { return s.store; }
+    static int keep(const SplitStore<Store, Before> &s) {
+        return s.origin != 0 ? -1 : (Before ? simd::kEdgeRowAbove : simd::kEdgeRowsBelow);
+    }
+};
+
 // Six source rows r-2 .. r+3 of the band of row r; rows outside the frame are null and never read.
 struct RowSet {
     const uint8_t *row[6];
@@ -212,10 +262,12 @@ private:
     // The body's interior columns through the vector table, when there is one for this store; returns
     // where the columns go on, with the two columns before it in the window as the scalar visit leaves them.
     ptrdiff_t vectorInterior() {
-        const auto vector = simd::kernels<Store>().edgeBody;
-        if (vector == nullptr) return 2;
+        using Target = VectorTarget<Store>;
+        const auto vector = simd::kernels<typename Target::Type>().edgeBody;
+        const int keep = Target::keep(out_);
+        if (vector == nullptr || keep < 0) return 2;
         uint8_t seam[2] = {static_cast<uint8_t>(col(0).green[0]), static_cast<uint8_t>(col(1).green[1])};
-        const ptrdiff_t x = vector(rows_.row, w_, line_, seam, !belowRewritten_, out_, rows_.ahead);
+        const ptrdiff_t x = vector(rows_.row, w_, line_, seam, !belowRewritten_, Target::store(out_), rows_.ahead, keep);
         if (x == 2) return x;
         for (int p = 0; p < 2; ++p) { // the line entry found (slot p) and the new estimate (slot p + 2)
             Column &c = col(x - 2 + p);
@@ -406,33 +458,6 @@ int64_t demosaicGBRG(const uint8_t *src, uint32_t height, uint32_t width, const 
 // band with a store that keeps nothing) and goes on from there. Band s also finishes red and blue of row
 // s - 1, whose green the thread above writes; so that no byte has two writers, the thread leaves row s - 1
 // out and the caller completes it afterwards from a copy of the line band s started from.
-
-// A store that keeps nothing.
-struct NullStore {
-    NullStore at(ptrdiff_t) const { return {}; }
-    void put(ptrdiff_t, uint32_t, uint32_t, uint32_t) const {}
-    void putGreen(ptrdiff_t, uint32_t) const {}
-    void putRedBlue(ptrdiff_t, uint32_t, uint32_t, uint32_t) const {}
-};
-
-// A store that keeps only the pixels before its origin (Before) or only those at or after it.
-template <class Store, bool Before>
-struct SplitStore {
-    Store store;
-    ptrdiff_t origin; // in pixels from the store's base
-
-    SplitStore at(ptrdiff_t pixels) const { return {store.at(pixels), origin - pixels}; }
-    bool keeps(ptrdiff_t i) const { return (i < origin) == Before; }
-    void put(ptrdiff_t i, uint32_t r, uint32_t g, uint32_t b) const {
-        if (keeps(i)) store.put(i, r, g, b);
-    }
-    void putGreen(ptrdiff_t i, uint32_t g) const {
-        if (keeps(i)) store.putGreen(i, g);
-    }
-    void putRedBlue(ptrdiff_t i, uint32_t r, uint32_t g, uint32_t b) const {
-        if (keeps(i)) store.putRedBlue(i, r, g, b);
-    }
-};
 
 // The body bands of a frame and where they start: RGGB from row 2, GBRG from row 3, while r < h - 3.
 inline ptrdiff_t firstBodyRow(bool gbrg) { return gbrg ? 3 : 2; }

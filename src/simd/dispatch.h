@@ -27,6 +27,9 @@ struct Ahead {
     int32_t twoColumnBytes = 0;
 };
 
+// What an edge-directed body band writes (StoreKernels::edgeBody).
+constexpr int kEdgeRowAbove = 1, kEdgeRowsBelow = 2, kEdgeAll = 3;
+
 // Interiors that write through a pixel store. Every function writes whole pixels from column `from`
 // onwards and returns the first column it did not write; the scalar loop goes on from there.
 template <class Store>
@@ -60,8 +63,10 @@ struct StoreKernels {
     // r+1, unless `greensBelow` is 0) and finishes red and blue of rows r-1 and r up to the column before
     // the last one visited. Returns the first column not visited and leaves in `seam` the line's entries
     // of the two columns before it as the band found them. Fetches the rows of `ahead` meanwhile.
+    // `keep` says what reaches `out`: kEdgeRowAbove (row r-1), kEdgeRowsBelow (row r and the greens of
+    // row r+1), both, or neither (only the line, for a band recomputed on another thread).
     int32_t (*edgeBody)(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t *seam, int greensBelow,
-                        const Store &out, const Ahead &ahead) = nullptr;
+                        const Store &out, const Ahead &ahead, int keep) = nullptr;
 };
 
 // The 8-bit interiors of one level.

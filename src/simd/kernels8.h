@@ -43,6 +43,22 @@ struct VecStore<O, vq::InterleavedStore<Bytes, ZeroAlpha>> {
         if constexpr (Bytes == 3) O::storeGreen3(s.base + i * 3, g);
         else O::storeGreen4(s.base + i * 4, g);
     }
+    // 2N pixels from i, each channel as the values of the pixels i, i+2, ... and of i+1, i+3, ...,
+    // saturated to 0..255 (green, which the edge-directed band alone stores this way, is always in range).
+    static void putPairs(const vq::InterleavedStore<Bytes, ZeroAlpha> &s, ptrdiff_t i, W r0, W r1, W g0, W g1, W b0,
+                         W b1) {
+        uint8_t *p = s.base + i * Bytes;
+        if (s.redAt == 0) store(p, r0, r1, g0, g1, b0, b1);
+        else store(p, b0, b1, g0, g1, r0, r1);
+    }
+    // n green bytes alone, one at a time.
+    static void putGreens(const vq::InterleavedStore<Bytes, ZeroAlpha> &s, ptrdiff_t i, const uint8_t *g, ptrdiff_t n) {
+        for (ptrdiff_t k = 0; k < n; ++k) s.base[(i + k) * Bytes + 1] = g[k];
+    }
+    static void store(uint8_t *p, W c0e, W c0o, W c1e, W c1o, W c2e, W c2o) {
+        if constexpr (Bytes == 3) O::store3x2(p, c0e, c0o, c1e, c1o, c2e, c2o);
+        else O::template store4x2<!ZeroAlpha>(p, c0e, c0o, c1e, c1o, c2e, c2o);
+    }
 };
 
 template <class O>
@@ -54,6 +70,14 @@ struct VecStore<O, vq::PlanarStore> {
         O::store8(s.blue + i, b);
     }
     static void putGreen(const vq::PlanarStore &s, ptrdiff_t i, W g) { O::store8(s.green + i, g); }
+    static void putGreens(const vq::PlanarStore &s, ptrdiff_t i, const uint8_t *g, ptrdiff_t n) {
+        for (ptrdiff_t k = 0; k < n; ++k) s.green[i + k] = g[k];
+    }
+    static void putPairs(const vq::PlanarStore &s, ptrdiff_t i, W r0, W r1, W g0, W g1, W b0, W b1) {
+        O::store8x2(s.red + i, r0, r1);
+        O::store8x2(s.green + i, g0, g1);
+        O::store8x2(s.blue + i, b0, b1);
+    }
 };
 
 // (wR*R + wG*G + wB*B + 128) >> 8, low 8 bits kept: those bits depend only on the low 16 bits of the sum,
@@ -67,6 +91,16 @@ struct VecStore<O, vq::LumaStore> {
         O::store8(s.base + i, O::and_(O::template srl<8>(sum), O::set1(0xFF)));
     }
     static void putGreen(const vq::LumaStore &, ptrdiff_t, W) {} // luma is written with red and blue
+    static void putGreens(const vq::LumaStore &, ptrdiff_t, const uint8_t *, ptrdiff_t) {}
+    // Red and blue saturated here; green arrives in 0..255 (a sample or a clamped estimate).
+    static W luma(const vq::LumaStore &s, W r, W g, W b) {
+        const W sum = O::add(O::add(O::mullo(O::set1(s.wR), O::clampByte(r)), O::mullo(O::set1(s.wG), g)),
+                             O::add(O::mullo(O::set1(s.wB), O::clampByte(b)), O::set1(128)));
+        return O::and_(O::template srl<8>(sum), O::set1(0xFF));
+    }
+    static void putPairs(const vq::LumaStore &s, ptrdiff_t i, W r0, W r1, W g0, W g1, W b0, W b1) {
+        O::store8x2(s.base + i, luma(s, r0, g0, b0), luma(s, r1, g1, b1));
+    }
 };
 
 // ---- Where a step's samples come from -------------------------------------------------------------------
@@ -278,12 +312,12 @@ int32_t bilinearGreenFirstRows(const uint8_t *r0, ptrdiff_t w, int32_t colEnd, c
 
 // ---- Edge-directed body band -----------------------------------------------------------------------------
 //
-// A step covers the N columns x .. x+N-1 of the band of R/G row r (x even: even lanes are the red sites of
-// row r, odd lanes the blue sites of row r+1) and estimates their greens from the source alone; it then
-// finishes red and blue of rows r-1 and r at the columns x-1 .. x+N-2 (x-1 odd: even lanes are odd
-// columns), whose neighbours to the right are the step's own columns and to the left the previous step's.
-// Per column the step keeps the line entry it found ("old": greens of row r-2 at even columns, of row r-1
-// at odd ones), the new estimate, and the colour difference (sample minus green) of each.
+// A step covers the 2N columns x .. x+2N-1 of the band of R/G row r (x even) with each row's even and odd
+// columns in separate vectors: lane k stands for the column pair x+2k, x+2k+1, which holds one red site of
+// row r (even column) and one blue site of row r+1 (odd column). Every lane of the estimates is thus a
+// site that needs one. The step then finishes red and blue of rows r-1 and r at the columns x-1 .. x+2N-2,
+// lane k standing for the pair x+2k-1, x+2k: the odd column's neighbours to the left come from the
+// previous step, one lane back.
 
 template <class O>
 struct EdgeEstimate {
@@ -298,108 +332,139 @@ EdgeEstimate<O> edgeInterior(typename O::W m2, typename O::W m1, typename O::W c
             O::add(O::template srl<1>(O::add(m1, p1)), O::template sra<2>(second))};
 }
 
+// The colour differences (sample minus green) a step leaves for the next, lane k being the pair x+2k,
+// x+2k+1: at the red sites, dR(r-2) + dR(r) and dR(r); at the blue sites, dB(r-1) + dB(r+1) and dB(r-1).
 template <class O>
-struct EdgeColumns {
-    typename O::W old, fresh, oldDiff, freshDiff; // line entries found, new greens, and their differences
+struct EdgeDiffs {
+    typename O::W redSum, red, blueSum, blueAbove;
 };
 
-template <class O, class Store>
-int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t *seam, int greensBelow,
-                 const Store &out, const vq::simd::Ahead &ahead) {
+// KeepAll: every band of a frame on one thread; otherwise `keep` is read at run time (a few bands of a frame
+// split between threads).
+template <class O, class Store, bool KeepAll>
+int32_t edgeBand(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t *seam, int greensBelow,
+                 const Store &out, const vq::simd::Ahead &ahead, int keep) {
     using W = typename O::W;
-    constexpr int N = O::N;
+    constexpr int N = O::N, C = 2 * N; // columns a step
+    const bool above = KeepAll || (keep & vq::simd::kEdgeRowAbove) != 0;
+    const bool below = KeepAll || (keep & vq::simd::kEdgeRowsBelow) != 0;
+    greensBelow = greensBelow && below;
     ptrdiff_t x = 2;
-    if (x + N + 2 > w) return int32_t(x);
+    if (x + C + 2 > w) return int32_t(x);
     const uint8_t *r0 = rows[0], *r1 = rows[1], *r2 = rows[2], *r3 = rows[3], *r4 = rows[4], *r5 = rows[5];
+    const auto bytes = [](const uint8_t *p) { return O::load16b(p); };
+    const auto evens = [](W v) { return O::and_(v, O::set1(0xFF)); };
+    const auto odds = [](W v) { return O::template srl<8>(v); };
+    const auto back = [](W before, W now) { return O::template lanesBack<1>(before, now); };
 
-    // A step's columns from lanes laid out in memory: line entries found, new greens, their differences.
-    const auto columnsOf = [](const uint16_t (&lanes)[4][N]) {
-        return EdgeColumns<O>{O::load16(lanes[0]), O::load16(lanes[1]), O::load16(lanes[2]), O::load16(lanes[3])};
+    // Columns 0 and 1 as the last lane of a step before the first (differences wrap in 16 bits).
+    const auto lastLaneOnly = [](const int32_t (&v)[4]) {
+        alignas(64) uint16_t lanes[4][O::N] = {};
+        for (int f = 0; f < 4; ++f) lanes[f][O::N - 1] = uint16_t(v[f]);
+        return EdgeDiffs<O>{O::load16(lanes[0]), O::load16(lanes[1]), O::load16(lanes[2]), O::load16(lanes[3])};
     };
-    // Columns 0 and 1, as the last two lanes of a step before the first (differences wrap in 16 bits).
-    EdgeColumns<O> prev;
+    EdgeDiffs<O> prev;
     {
-        alignas(64) uint16_t lanes[4][N] = {};
-        lanes[0][N - 2] = seam[0], lanes[0][N - 1] = seam[1];
-        lanes[1][N - 2] = line[0], lanes[1][N - 1] = line[1];
-        lanes[2][N - 2] = uint16_t(r0[0] - seam[0]), lanes[2][N - 1] = uint16_t(r1[1] - seam[1]);
-        lanes[3][N - 2] = uint16_t(r2[0] - line[0]), lanes[3][N - 1] = uint16_t(r3[1] - line[1]);
-        prev = columnsOf(lanes);
+        const int32_t red = r2[0] - line[0], blueAbove = r1[1] - seam[1];
+        prev = lastLaneOnly({r0[0] - seam[0] + red, red, blueAbove + r3[1] - line[1], blueAbove});
     }
 
-    // One step at column x, after `before` (the step ending at x), with `found` the line's entries of its
-    // columns as the band found them. Inlined by force: called from two places, g++ would otherwise make it
-    // a function and pass the vectors through memory (a quarter slower for 3-byte pixels).
+    // One step at column x after `before` (the step ending at x), with `found` the line's bytes of its
+    // columns as the band found them. Inlined by force: called from two places, g++ would otherwise make
+    // it a function and pass the vectors through memory.
     const uintptr_t ahead0 = reinterpret_cast<uintptr_t>(ahead.row[0]), ahead1 = reinterpret_cast<uintptr_t>(ahead.row[1]);
-    const auto step = [&](ptrdiff_t x, const EdgeColumns<O> &before, W found) __attribute__((always_inline)) {
+    const ptrdiff_t aheadBytes = ptrdiff_t{C} * ahead.twoColumnBytes / 2;
+    const auto step = [&](ptrdiff_t x, const EdgeDiffs<O> &before, W found) __attribute__((always_inline)) {
         if (ahead0 != 0) {
             const uintptr_t at = uintptr_t(x) * uintptr_t(ahead.twoColumnBytes) / 2;
-            __builtin_prefetch(reinterpret_cast<const void *>(ahead0 + at));
-            __builtin_prefetch(reinterpret_cast<const void *>(ahead1 + at));
+            for (ptrdiff_t b = 0; b < aheadBytes; b += 64) {
+                __builtin_prefetch(reinterpret_cast<const void *>(ahead0 + at + b));
+                __builtin_prefetch(reinterpret_cast<const void *>(ahead1 + at + b));
+            }
         }
-        // Greens of columns x .. x+N-1: rows r (even lanes) and r+1 (odd lanes).
-        const W s0 = O::load8(r0 + x), s1 = O::load8(r1 + x), s2 = O::load8(r2 + x), s3 = O::load8(r3 + x),
-                s4 = O::load8(r4 + x), s5 = O::load8(r5 + x);
-        const W site = O::oddFrom(s2, s3);
-        const auto across = [&](ptrdiff_t d) { return O::oddFrom(O::load8(r2 + x + d), O::load8(r3 + x + d)); };
-        const EdgeEstimate<O> h = edgeInterior<O>(across(-2), across(-1), site, across(1), across(2));
-        const EdgeEstimate<O> v =
-            edgeInterior<O>(O::oddFrom(s0, s1), O::oddFrom(s1, s2), site, O::oddFrom(s3, s4), O::oddFrom(s4, s5));
-        EdgeColumns<O> cur;
-        cur.fresh = O::clampByte(O::pickLess(h.grad, v.grad, h.value, v.value)); // ties vertical
-        cur.old = found;
-        cur.freshDiff = O::sub(site, cur.fresh);
-        cur.oldDiff = O::sub(O::oddFrom(s0, s1), cur.old);
-        O::store8(line + x, cur.fresh);
-        if (greensBelow) VecStore<O, Store>::putGreen(out, w + x, O::oddFrom(s3, cur.fresh));
+        // Rows r (a2, b2, c2 at x-2, x, x+2) and r+1 (a3, b3, c3), and the others at x.
+        const W a2 = bytes(r2 + x - 2), b2 = bytes(r2 + x), c2 = bytes(r2 + x + 2);
+        const W a3 = bytes(r3 + x - 2), b3 = bytes(r3 + x), c3 = bytes(r3 + x + 2);
+        const W v0 = bytes(r0 + x), v1 = bytes(r1 + x), v4 = bytes(r4 + x), v5 = bytes(r5 + x);
+        const W red = evens(b2), blue = odds(b3);
+        const auto green = [](const EdgeEstimate<O> &h, const EdgeEstimate<O> &v) {
+            return O::clampByte(O::pickLess(h.grad, v.grad, h.value, v.value)); // ties vertical
+        };
+        const W greenR = green(edgeInterior<O>(evens(a2), odds(a2), red, odds(b2), evens(c2)),
+                               edgeInterior<O>(evens(v0), evens(v1), red, evens(b3), evens(v4)));
+        const W greenB = green(edgeInterior<O>(odds(a3), evens(b3), blue, evens(c3), odds(c3)),
+                               edgeInterior<O>(odds(v1), odds(b2), blue, odds(v4), odds(v5)));
+        O::store8x2(line + x, greenR, greenB);
+        if (greensBelow) { // once a frame: the band below is not a body band
+            alignas(64) uint8_t greens[C];
+            O::store8x2(greens, evens(b3), greenB);
+            VecStore<O, Store>::putGreens(out, w + x, greens, C);
+        }
+        const W dRed = O::sub(red, greenR), dBlueAbove = O::sub(odds(v1), odds(found));
+        const EdgeDiffs<O> cur{O::add(O::sub(evens(v0), evens(found)), dRed), dRed,
+                               O::add(dBlueAbove, O::sub(blue, greenB)), dBlueAbove};
 
-        // Red and blue of columns x-1 .. x+N-2: each column's differences and those of its neighbours.
-        const EdgeColumns<O> &prev = before;
-        const W old = O::template lanesBack<1>(prev.old, cur.old);
-        const W fresh = O::template lanesBack<1>(prev.fresh, cur.fresh);
-        const W oldLeft = O::template lanesBack<2>(prev.oldDiff, cur.oldDiff), oldRight = cur.oldDiff;
-        const W freshLeft = O::template lanesBack<2>(prev.freshDiff, cur.freshDiff), freshRight = cur.freshDiff;
-        // Above and below the column (both at its own parity), and the four diagonals.
-        const W vertical = O::add(O::template lanesBack<1>(prev.oldDiff, cur.oldDiff),
-                                  O::template lanesBack<1>(prev.freshDiff, cur.freshDiff));
-        const W diagonal = O::add(O::add(oldLeft, oldRight), O::add(freshLeft, freshRight));
-        const W halfVertical = O::template sra<1>(vertical), quarterDiagonal = O::template sra<2>(diagonal);
-        const W above = O::load8(r1 + x - 1), here = O::load8(r2 + x - 1);
-        // Row r-1 (G/B): blue sites at odd columns (even lanes), green sites at even ones.
-        VecStore<O, Store>::put(
-            out, x - 1 - w, O::clampByte(O::oddFrom(O::add(old, quarterDiagonal), O::add(above, halfVertical))),
-            O::oddFrom(old, above),
-            O::oddFrom(above, O::clampByte(O::add(above, O::template sra<1>(O::add(oldLeft, oldRight))))));
-        // Row r (R/G): green sites at odd columns (even lanes), red sites at even ones.
-        VecStore<O, Store>::put(
-            out, x - 1, O::oddFrom(O::clampByte(O::add(here, O::template sra<1>(O::add(freshLeft, freshRight)))), here),
-            O::oddFrom(here, fresh),
-            O::clampByte(O::oddFrom(O::add(here, halfVertical), O::add(fresh, quarterDiagonal))));
+        // Red and blue of the pairs x+2k-1 (odd column), x+2k (even column).
+        const W redSumBack = back(before.redSum, cur.redSum), redBack = back(before.red, cur.red);
+        const W blueSumBack = back(before.blueSum, cur.blueSum), blueAboveBack = back(before.blueAbove, cur.blueAbove);
+        // Row r-1 (G/B): a blue site, then a green site.
+        if (above) {
+            const W aboveBlue = odds(bytes(r1 + x - 2)), aboveGreen = evens(v1);
+            const W aboveBlueGreen = O::sub(aboveBlue, blueAboveBack); // the line's old entry
+            VecStore<O, Store>::putPairs(
+                out, x - 1 - w, O::add(aboveBlueGreen, O::template sra<2>(O::add(redSumBack, cur.redSum))),
+                O::add(aboveGreen, O::template sra<1>(cur.redSum)), aboveBlueGreen, aboveGreen, aboveBlue,
+                O::add(aboveGreen, O::template sra<1>(O::add(blueAboveBack, cur.blueAbove))));
+        }
+        // Row r (R/G): a green site, then a red site.
+        if (below) {
+            const W hereGreen = odds(a2);
+            VecStore<O, Store>::putPairs(out, x - 1, O::add(hereGreen, O::template sra<1>(O::add(redBack, cur.red))),
+                                         red, hereGreen, greenR, O::add(hereGreen, O::template sra<1>(blueSumBack)),
+                                         O::add(greenR, O::template sra<2>(O::add(blueSumBack, cur.blueSum))));
+        }
         return cur;
     };
-    for (; x + N + 2 <= w; x += N) prev = step(x, prev, O::load8(line + x));
+    W found = bytes(line + x);
+    for (;;) {
+        prev = step(x, prev, found);
+        x += C;
+        if (x + C + 2 > w) break;
+        found = bytes(line + x);
+    }
 
     // One step more that ends where the scalar tail would start (two columns before the end, three for an odd
     // width), over columns already done: greens and colours come out the same, and the line entries they
     // found are taken from the previous step.
-    const ptrdiff_t last = ((w - N - 2) & 1) != 0 ? w - N - 3 : w - N - 2;
-    if (last > x - N) {
-        const ptrdiff_t k = x - last; // columns done again, 2 .. N-2
-        alignas(64) uint16_t was[4][N], lanes[4][N] = {}, found[N];
-        const W *fields[4] = {&prev.old, &prev.fresh, &prev.oldDiff, &prev.freshDiff};
+    const ptrdiff_t last = ((w - C - 2) & 1) != 0 ? w - C - 3 : w - C - 2;
+    if (last > x - C) {
+        const ptrdiff_t k = x - last; // columns done again, 2 .. C-2
+        alignas(64) uint8_t was[C], entries[C];
+        O::store16b(was, found);
+        for (ptrdiff_t i = 0; i < C; ++i) entries[i] = i < k ? was[C - k + i] : line[last + i];
+        alignas(64) uint16_t lanes[4][N];
+        const W *fields[4] = {&prev.redSum, &prev.red, &prev.blueSum, &prev.blueAbove};
+        int32_t pair[4];
         for (int f = 0; f < 4; ++f) {
-            O::store16b(reinterpret_cast<unsigned char *>(was[f]), *fields[f]);
-            lanes[f][N - 2] = was[f][N - k - 2], lanes[f][N - 1] = was[f][N - k - 1]; // columns last-2, last-1
+            O::store16b(reinterpret_cast<unsigned char *>(lanes[f]), *fields[f]);
+            pair[f] = lanes[f][N - 1 - k / 2]; // the pair last-2, last-1
         }
-        for (ptrdiff_t i = 0; i < N; ++i) found[i] = i < k ? was[0][N - k + i] : line[last + i];
-        prev = step(last, columnsOf(lanes), O::load16(found));
-        x = last + N;
+        found = bytes(entries);
+        prev = step(last, lastLaneOnly(pair), found);
+        x = last + C;
     }
 
-    alignas(64) uint16_t lanes[N];
-    O::store16b(reinterpret_cast<unsigned char *>(lanes), prev.old);
-    seam[0] = uint8_t(lanes[N - 2]), seam[1] = uint8_t(lanes[N - 1]);
+    alignas(64) uint8_t entries[C];
+    O::store16b(entries, found);
+    seam[0] = entries[C - 2], seam[1] = entries[C - 1];
     return int32_t(x);
+}
+
+template <class O, class Store>
+int32_t edgeBody(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t *seam, int greensBelow,
+                 const Store &out, const vq::simd::Ahead &ahead, int keep) {
+    if (keep == vq::simd::kEdgeAll) return edgeBand<O, Store, true>(rows, w, line, seam, greensBelow, out, ahead, keep);
+    return edgeBand<O, Store, false>(rows, w, line, seam, greensBelow, out, ahead, keep);
 }
 
 // ---- Depth reduction and widening ------------------------------------------------------------------------

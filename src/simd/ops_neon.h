@@ -154,6 +154,32 @@ struct NeonOps {
         t.val[1] = vmovn_u16(g);
         vst4_u8(p, t);
     }
+
+    // ---- Pairs: 2N values held as the N at even positions and the N at odd positions, in signed lanes,
+    // stored as bytes in position order, each saturated to 0..255 (the edge-directed band's row halves)
+    static uint8x16_t packPairs(W even, W odd) {
+        const uint8x8x2_t z = vzip_u8(vqmovun_s16(s(even)), vqmovun_s16(s(odd)));
+        return vcombine_u8(z.val[0], z.val[1]);
+    }
+    static void store8x2(uint8_t *p, W even, W odd) { vst1q_u8(p, packPairs(even, odd)); }
+    static void store3x2(uint8_t *p, W c0e, W c0o, W c1e, W c1o, W c2e, W c2o) {
+        uint8x16x3_t t;
+        t.val[0] = packPairs(c0e, c0o);
+        t.val[1] = packPairs(c1e, c1o);
+        t.val[2] = packPairs(c2e, c2o);
+        vst3q_u8(p, t);
+    }
+    template <bool KeepFourth>
+    static void store4x2(uint8_t *p, W c0e, W c0o, W c1e, W c1o, W c2e, W c2o) {
+        uint8x16x4_t t;
+        if constexpr (KeepFourth) t = vld4q_u8(p);
+        else t.val[3] = vdupq_n_u8(0);
+        t.val[0] = packPairs(c0e, c0o);
+        t.val[1] = packPairs(c1e, c1o);
+        t.val[2] = packPairs(c2e, c2o);
+        vst4q_u8(p, t);
+    }
 };
+
 
 } // namespace

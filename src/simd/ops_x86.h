@@ -256,6 +256,64 @@ struct Avx2Ops {
         _mm256_storeu_si256(q, _mm256_blendv_epi8(_mm256_loadu_si256(q), lo, green));
         _mm256_storeu_si256(q + 1, _mm256_blendv_epi8(_mm256_loadu_si256(q + 1), hi, green));
     }
+
+    // ---- Pairs: 2N values held as the N at even positions and the N at odd positions, in signed lanes,
+    // stored as bytes in position order, each saturated to 0..255 (the edge-directed band's row halves)
+    static constexpr uint8_t kZipPairs[16] = {0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15};
+    static __m256i packPairs(W even, W odd) {
+        return _mm256_shuffle_epi8(_mm256_packus_epi16(even, odd),
+                                   _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(kZipPairs))));
+    }
+    static void store8x2(uint8_t *p, W even, W odd) {
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), packPairs(even, odd));
+    }
+    // Three bytes a position from the saturated pairs as they come out of packus_epi16 (per 128-bit lane
+    // the 8 even positions, then the 8 odd ones): one byte shuffle per channel puts each of the lane's 16
+    // positions where one of the three 16-byte pieces of its 48 output bytes wants it, and two blends a
+    // piece pick the channels.
+    struct Pairs3 {
+        alignas(32) uint8_t pick[3][32];  // channel c: slot j of piece (c - j) mod 3
+        alignas(32) uint8_t take1[3][32]; // piece k: 0xFF where slot j holds channel 1
+        alignas(32) uint8_t take2[3][32]; // piece k: 0xFF where slot j holds channel 2
+    };
+    static constexpr Pairs3 pairs3() {
+        Pairs3 t{};
+        for (int c = 0; c < 3; ++c)
+            for (int b = 0; b < 32; ++b) {
+                const int j = b & 15, k = ((c - j) % 3 + 3) % 3, position = (16 * k + j) / 3;
+                t.pick[c][b] = uint8_t(position % 2 == 0 ? position / 2 : 8 + position / 2);
+                t.take1[c][b] = (c + j) % 3 == 1 ? 0xFF : 0; // here c stands for the piece
+                t.take2[c][b] = (c + j) % 3 == 2 ? 0xFF : 0;
+            }
+        return t;
+    }
+    static void store3x2(uint8_t *p, W c0e, W c0o, W c1e, W c1o, W c2e, W c2o) {
+        static constexpr Pairs3 kT = pairs3();
+        const __m256i a0 = _mm256_shuffle_epi8(_mm256_packus_epi16(c0e, c0o), table(kT.pick[0]));
+        const __m256i a1 = _mm256_shuffle_epi8(_mm256_packus_epi16(c1e, c1o), table(kT.pick[1]));
+        const __m256i a2 = _mm256_shuffle_epi8(_mm256_packus_epi16(c2e, c2o), table(kT.pick[2]));
+        __m256i o[3];
+        for (int k = 0; k < 3; ++k)
+            o[k] = _mm256_blendv_epi8(_mm256_blendv_epi8(a0, a1, table(kT.take1[k])), a2, table(kT.take2[k]));
+        storePieces(p, o);
+    }
+    // Four bytes a position: c0, c1, c2 and 0, or the fourth byte as it was.
+    template <bool KeepFourth>
+    static void store4x2(uint8_t *p, W c0e, W c0o, W c1e, W c1o, W c2e, W c2o) {
+        const __m256i a = packPairs(c0e, c0o), b = packPairs(c1e, c1o), c = packPairs(c2e, c2o);
+        const __m256i zero = _mm256_setzero_si256();
+        const __m256i abLo = _mm256_unpacklo_epi8(a, b), abHi = _mm256_unpackhi_epi8(a, b);
+        const __m256i cLo = _mm256_unpacklo_epi8(c, zero), cHi = _mm256_unpackhi_epi8(c, zero);
+        // Positions 0-3 | 16-19, 4-7 | 20-23, 8-11 | 24-27, 12-15 | 28-31.
+        const __m256i w0 = _mm256_unpacklo_epi16(abLo, cLo), w1 = _mm256_unpackhi_epi16(abLo, cLo);
+        const __m256i w2 = _mm256_unpacklo_epi16(abHi, cHi), w3 = _mm256_unpackhi_epi16(abHi, cHi);
+        const __m256i out[4] = {_mm256_permute2x128_si256(w0, w1, 0x20), _mm256_permute2x128_si256(w2, w3, 0x20),
+                                _mm256_permute2x128_si256(w0, w1, 0x31), _mm256_permute2x128_si256(w2, w3, 0x31)};
+        __m256i *q = reinterpret_cast<__m256i *>(p);
+        const __m256i fourth = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
+        for (int i = 0; i < 4; ++i)
+            _mm256_storeu_si256(q + i, KeepFourth ? _mm256_blendv_epi8(out[i], _mm256_loadu_si256(q + i), fourth) : out[i]);
+    }
 };
 #endif
 
@@ -463,6 +521,74 @@ struct Avx512Ops {
         constexpr __mmask64 kSecond = 0x2222222222222222ull;
         _mm512_mask_storeu_epi8(p, kSecond, lo);
         _mm512_mask_storeu_epi8(p + 64, kSecond, hi);
+    }
+
+    // ---- Pairs: 2N values held as the N at even positions and the N at odd positions, in signed lanes,
+    // stored as bytes in position order, each saturated to 0..255 (the edge-directed band's row halves)
+    static __m512i packPairs(W even, W odd) {
+        const __m512i zip = _mm512_broadcast_i32x4(_mm_setr_epi8(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15));
+        return _mm512_shuffle_epi8(_mm512_packus_epi16(even, odd), zip);
+    }
+    static void store8x2(uint8_t *p, W even, W odd) { _mm512_storeu_si512(p, packPairs(even, odd)); }
+    // As at AVX2: per 128-bit lane one shuffle a channel and two blends a 16-byte piece, then the twelve
+    // pieces (lane j, piece k at bytes 48j + 16k) in memory order.
+    struct Pairs3 {
+        alignas(16) uint8_t pick[3][16];
+        uint64_t take1[3], take2[3];
+    };
+    static constexpr Pairs3 pairs3() {
+        Pairs3 t{};
+        for (int c = 0; c < 3; ++c)
+            for (int j = 0; j < 16; ++j) {
+                const int k = ((c - j) % 3 + 3) % 3, position = (16 * k + j) / 3;
+                t.pick[c][j] = uint8_t(position % 2 == 0 ? position / 2 : 8 + position / 2);
+                for (int lane = 0; lane < 4; ++lane) {
+                    if ((c + j) % 3 == 1) t.take1[c] |= 1ull << (16 * lane + j);
+                    if ((c + j) % 3 == 2) t.take2[c] |= 1ull << (16 * lane + j);
+                }
+            }
+        return t;
+    }
+    static void store3x2(uint8_t *p, W c0e, W c0o, W c1e, W c1o, W c2e, W c2o) {
+        static constexpr Pairs3 kT = pairs3();
+        const auto pick = [](int c) { return _mm512_broadcast_i32x4(_mm_load_si128(reinterpret_cast<const __m128i *>(kT.pick[c]))); };
+        const __m512i a0 = _mm512_shuffle_epi8(_mm512_packus_epi16(c0e, c0o), pick(0));
+        const __m512i a1 = _mm512_shuffle_epi8(_mm512_packus_epi16(c1e, c1o), pick(1));
+        const __m512i a2 = _mm512_shuffle_epi8(_mm512_packus_epi16(c2e, c2o), pick(2));
+        __m512i o[3];
+        for (int k = 0; k < 3; ++k)
+            o[k] = _mm512_mask_blend_epi8(kT.take2[k], _mm512_mask_blend_epi8(kT.take1[k], a0, a1), a2);
+        // Output vector m holds pieces 4m .. 4m+3, piece q = 3j + k being lane j of o[k].
+        const __m512i out0 = _mm512_mask_permutexvar_epi64(
+            _mm512_permutex2var_epi64(o[0], _mm512_setr_epi64(0, 1, 8, 9, 0, 0, 2, 3), o[1]), 0x30,
+            _mm512_setr_epi64(0, 0, 0, 0, 0, 1, 0, 0), o[2]);
+        const __m512i out1 = _mm512_mask_permutexvar_epi64(
+            _mm512_permutex2var_epi64(o[1], _mm512_setr_epi64(2, 3, 0, 0, 12, 13, 4, 5), o[0]), 0x0C,
+            _mm512_setr_epi64(0, 0, 2, 3, 0, 0, 0, 0), o[2]);
+        const __m512i out2 = _mm512_mask_permutexvar_epi64(
+            _mm512_permutex2var_epi64(o[2], _mm512_setr_epi64(4, 5, 14, 15, 0, 0, 6, 7), o[0]), 0x30,
+            _mm512_setr_epi64(0, 0, 0, 0, 6, 7, 0, 0), o[1]);
+        _mm512_storeu_si512(p, out0);
+        _mm512_storeu_si512(p + 64, out1);
+        _mm512_storeu_si512(p + 128, out2);
+    }
+    template <bool KeepFourth>
+    static void store4x2(uint8_t *p, W c0e, W c0o, W c1e, W c1o, W c2e, W c2o) {
+        const __m512i a = packPairs(c0e, c0o), b = packPairs(c1e, c1o), c = packPairs(c2e, c2o);
+        const __m512i zero = _mm512_setzero_si512();
+        const __m512i abLo = _mm512_unpacklo_epi8(a, b), abHi = _mm512_unpackhi_epi8(a, b);
+        const __m512i cLo = _mm512_unpacklo_epi8(c, zero), cHi = _mm512_unpackhi_epi8(c, zero);
+        // Lane j: positions 16j + 0-3, 4-7, 8-11, 12-15; transposed to memory order.
+        const __m512i w0 = _mm512_unpacklo_epi16(abLo, cLo), w1 = _mm512_unpackhi_epi16(abLo, cLo);
+        const __m512i w2 = _mm512_unpacklo_epi16(abHi, cHi), w3 = _mm512_unpackhi_epi16(abHi, cHi);
+        const __m512i t0 = _mm512_shuffle_i64x2(w0, w1, 0x44), t1 = _mm512_shuffle_i64x2(w2, w3, 0x44);
+        const __m512i t2 = _mm512_shuffle_i64x2(w0, w1, 0xEE), t3 = _mm512_shuffle_i64x2(w2, w3, 0xEE);
+        const __m512i out[4] = {_mm512_shuffle_i64x2(t0, t1, 0x88), _mm512_shuffle_i64x2(t0, t1, 0xDD),
+                                _mm512_shuffle_i64x2(t2, t3, 0x88), _mm512_shuffle_i64x2(t2, t3, 0xDD)};
+        for (int i = 0; i < 4; ++i) {
+            if constexpr (KeepFourth) _mm512_mask_storeu_epi8(p + 64 * i, 0x7777777777777777ull, out[i]);
+            else _mm512_storeu_si512(p + 64 * i, out[i]);
+        }
     }
 };
 #endif
