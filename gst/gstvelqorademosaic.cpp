@@ -292,8 +292,9 @@ static GstFlowReturn gst_velqora_demosaic_transform(GstBaseTransform *bt, GstBuf
         GST_ELEMENT_ERROR(self, RESOURCE, READ, ("cannot map the input buffer"), (NULL));
         return GST_FLOW_ERROR;
     }
-    const guint64 needed = offset + vqg_frame_bytes(f, w, h, stride);
-    if (inMap.size < needed) {
+    const guint64 frameBytes = vqg_frame_bytes(f, w, h, stride); /* below 2^63: no sum overflows */
+    if (offset > inMap.size || frameBytes > inMap.size - offset) {
+        const guint64 needed = MIN(offset, (guint64)G_MAXINT64 - frameBytes) + frameBytes;
         GST_ELEMENT_ERROR(self, STREAM, FORMAT,
                           ("a buffer of %" G_GSIZE_FORMAT " bytes, but a %dx%d %s frame needs %" G_GUINT64_FORMAT
                            " bytes",

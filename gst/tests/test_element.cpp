@@ -21,7 +21,8 @@ namespace {
 struct Frame {
     int width, height;
     std::vector<uint8_t> bytes; // the buffer as pushed
-    int offset = 0, stride = 0; // stride 0: no GstVideoMeta, natural rows
+    size_t offset = 0; // of the frame in the buffer, in the GstVideoMeta
+    int stride = 0;    // 0: no GstVideoMeta, natural rows
 };
 
 // Bytes of a frame with natural rows, counted here apart from the element: a packed frame is one run
@@ -41,7 +42,7 @@ Frame randomFrame(const VqgSinkFormat &f, int w, int h, bool padded, std::mt1993
     if (padded) {
         const int row = f.layout == VQG_SAMPLES_8 ? w : f.layout == VQG_SAMPLES_PACKED ? (3 * w + 1) / 2 : 2 * w;
         fr.stride = row + 2 * (int)(rng() % 9) + (f.layout == VQG_SAMPLES_16 || f.layout == VQG_SAMPLES_16_SELF ? 0 : 1);
-        fr.offset = (int)(rng() % 5);
+        fr.offset = rng() % 5;
         size = fr.offset + (size_t)(h - 1) * fr.stride + row;
     }
     fr.bytes.resize(size);
@@ -266,6 +267,11 @@ TEST(BadInput, PaddedRowsBeyondTheBuffer) {
     fr.offset += 2; // the meta's offset pushes the last row past the end
     pipe.push("rggb16le", fr);
     EXPECT_NE(pipe.error().find("bytes"), std::string::npos);
+
+    Pipeline pipe2("video/x-raw,format=RGB");
+    fr.offset = SIZE_MAX - 8; // an offset that a sum with the frame's size would wrap
+    pipe2.push("rggb16le", fr);
+    EXPECT_NE(pipe2.error().find("bytes"), std::string::npos);
 }
 
 TEST(BadInput, StrideBelowARow) {
