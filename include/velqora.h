@@ -207,7 +207,10 @@ VQP_EXTERN void u8Tou8(const uint8_t *src, int32_t height, int32_t width, int32_
 
 /* ---- Output helpers ------------------------------------------------------------------------- */
 /* 3-byte pixels to 4-byte pixels, the fourth byte 0; returns src. Buffers must not overlap; src holds
- * height x width x 3 bytes, dst height x width x 4 (counted in 64 bits: every size is converted whole). */
+ * height x width x 3 bytes, dst height x width x 4. The byte count n is height x width x 3 computed in
+ * 32 bits and read as a signed number: nothing is done when n < 1, otherwise pixels are widened until n
+ * source bytes have been read (ceil(n / 3) pixels). A product that wraps past 2^32 therefore converts
+ * fewer pixels than the image has, never more; images of 2^31 / 3 bytes or more are not converted whole. */
 VQP_EXTERN const uint8_t *bgrToBgra(const uint8_t *src, uint32_t height, uint32_t width, uint8_t *dst);
 /* Re-pads packed 3-byte rows in place to a multiple of 4 bytes (zero padding); the buffer must hold
  * height x ((3 x width + 3) & ~3) bytes. The stride field is not updated. -111 for a null handle, image
@@ -352,6 +355,71 @@ VQP_EXTERN void edgeLastRowsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t
 VQP_EXTERN void edgeLastColsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width,
                                     int32_t firstColumnLeft, int32_t maximum);
 
+/* ---- Full-depth demosaic ---------------------------------------------------------------------- */
+/* Bayer input of more than 8 bits to 16-bit colour in one call, every phase, depth and packing. */
+
+/* The PFNC Bayer 14-bit codes; vqpDemosaicing16 takes them (vqpDemosaicing does not). */
+#define VQP_PIXEL_FORMAT_BAYER_GR14       0x01100109u
+#define VQP_PIXEL_FORMAT_BAYER_RG14       0x0110010Au
+#define VQP_PIXEL_FORMAT_BAYER_GB14       0x0110010Bu
+#define VQP_PIXEL_FORMAT_BAYER_BG14       0x0110010Cu
+
+/* Output formats of vqpDemosaicing16, set with vqpDemosaicSetConfig16. Samples are 16-bit in the
+ * machine's byte order, rows packed: 3 samples a pixel, or three planes of height x width samples one
+ * after the other. */
+#define VQP_PIXEL_FORMAT_BGR16            0x0230004Bu /* B, G, R; the default */
+#define VQP_PIXEL_FORMAT_RGB16            0x02300033u /* R, G, B */
+#define VQP_PIXEL_FORMAT_RGB16_PLANAR     0x02300024u /* planes R, G, B */
+#define VQP_PIXEL_FORMAT_BGR16_PLANAR     0x82300024u /* planes B, G, R (this library's own code: the
+                                                         PFNC custom bit on RGB16_Planar) */
+/* Or'ed into the configuration: every output sample scaled from the input's depth to the full 16 bits
+ * by repeating its top bits, v << (16 - d) | v >> (2d - 16), so that 0 stays 0 and the depth's maximum
+ * becomes 65535 (what 16-bit PNG and most viewers expect). Without it samples keep the input's depth:
+ * a 12-bit frame gives 0 .. 4095. */
+#define VQP_OUTPUT16_FULL_RANGE           0x100000000ull
+
+/* The 16-bit output configuration of a handle, kept apart from the 8-bit one and set the same way: one
+ * of the four formats above, optionally with VQP_OUTPUT16_FULL_RANGE. -111 for a null pointer; -107
+ * (configuration unchanged) for any other value. vqpCreate and vqpInit set VQP_PIXEL_FORMAT_BGR16. */
+VQP_EXTERN int32_t vqpDemosaicSetConfig16(ProcessingHandle *handle, const uint64_t *config);
+VQP_EXTERN int32_t vqpDemosaicGetConfig16(const ProcessingHandle *handle, uint64_t *configOut);
+
+/* Converts one Bayer frame of 10, 12, 14 or 16 bits without reducing its depth.
+ *
+ * Input: BayerXX10, 12, 14 and 16 (16-bit little-endian containers, any stride and any address) and
+ * BayerXX10Packed, 12Packed (two samples in three bytes, the first and third byte the samples' high
+ * bits, the middle byte their low bits, the first sample's in its low nibble; rows are one run of
+ * samples when the stride is width + width / 2, else each row its own run, a trailing half pair of two
+ * bytes). Bits of a 16-bit container above the format's depth are ignored (as the 8-bit path's
+ * reduction does), so no output sample exceeds the depth's maximum. Mono and 8-bit formats give -102.
+ * Output: `out->data` holds height x width x 3 samples in the configured layout.
+ *
+ * Methods (as vqpDemosaicing; any other value writes no pixels and succeeds):
+ * - VQP_METHOD_NEAREST: the rule of the 8-bit nearest-neighbour method on full samples.
+ * - VQP_METHOD_BILINEAR: every missing value is the truncating mean of the nearest samples of its
+ *   colour (four, or two); neighbours outside the frame are left out, except that green at a red or
+ *   blue site on the frame's edge, with three green neighbours, counts the one facing the missing one
+ *   twice, and a corner's single diagonal is copied. RGGB frames give exactly vqpDemosaicingBilinearU16
+ *   and vqpDemosaicingBilinearU16P; the other phases follow the same rule.
+ * - VQP_METHOD_EDGE: the rules of the edge-directed drivers (demosaicingEdge<phase>U16, including the
+ *   blue of an RGGB frame's top-left pixel, taken from unclamped green estimates), with every
+ *   interpolated value clamped to [0, the depth's maximum]: 1023, 4095, 16383 or 65535. So GRBG, GBRG
+ *   and BGGR frames of 16 bits give exactly their drivers, and RGGB frames of 12 bits the RGGB driver;
+ *   RGGB frames of 14 and 16 bits keep their full range.
+ * Which channel order or plane order is written changes no value.
+ *
+ * Statuses, in this order: -111 a null handle, record or data pointer; -104 a height, stride or width
+ * of 3 or less, or a 32-bit height x width that is negative; -102 an input format not listed above;
+ * -117 scratch memory (a copy of the frame at 2 bytes a sample unless the input is 16-bit with a stride
+ * of 2 x width, 6 bytes a pixel more for edge-directed planar output, a few rows per thread; every
+ * block above 2147483647 bytes is refused); -107 cannot occur, the configuration being checked when
+ * it is set. A stride below a row's bytes is the caller's error, as in vqpDemosaicing. On success the output
+ * record receives height, width and the low 32 bits of the configuration.
+ * `threads` as in vqpDemosaicingParallel (0: one per hardware thread); the bytes written are the same
+ * for every thread count. The input is never written. */
+VQP_EXTERN int32_t vqpDemosaicing16(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
+                                    ImageFrame *out, uint32_t threads);
+
 /* ---- Version, status names, output sizes ---------------------------------------------------- */
 /* The version of this header; vqpVersion() gives the loaded library's, as (major << 16) | (minor << 8)
  * | patch, and vqpVersionString() as "major.minor.patch". */
@@ -361,12 +429,17 @@ VQP_EXTERN void edgeLastColsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t
 #define VQP_VERSION_STRING "0.2.0"
 VQP_EXTERN uint32_t vqpVersion(void);
 VQP_EXTERN const char *vqpVersionString(void);
+/* The vector level the conversions of this process run at: "scalar", "avx2", "avx512" or "neon" (a
+ * constant string). The library picks the best level the processor has and the operating system has
+ * enabled, once per process, on the first call that needs it; every level gives the same bytes. */
+VQP_EXTERN const char *vqpVectorLevel(void);
 /* The name of a status code ("VQP_ERR_BAD_DIMENSIONS") and a short message for it; constant strings.
  * A code the library never returns gives "VQP_ERR_UNKNOWN" and "not a status code of this library". */
 VQP_EXTERN const char *vqpStatusName(int32_t status);
 VQP_EXTERN const char *vqpStatusMessage(int32_t status);
 /* Bytes the output buffer of vqpDemosaicing needs for a frame of this size in output format
- * `pixelFormat`: 3, 4 or 1 bytes a pixel, or three planes. 0 for a format the library does not write
+ * `pixelFormat`: 3, 4 or 1 bytes a pixel, or three planes; for the 16-bit formats of vqpDemosaicing16
+ * (with or without VQP_OUTPUT16_FULL_RANGE), 6 bytes a pixel. 0 for a format the library does not write
  * and for sizes it refuses (height or width of 3 or less, more than 2147483647 pixels). */
 VQP_EXTERN uint64_t vqpOutputSize(int32_t height, int32_t width, uint64_t pixelFormat);
 

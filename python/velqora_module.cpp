@@ -45,20 +45,19 @@ public:
                             : vqpDemosaicingParallel(handle_, &fi, method, &fo, threads);
     }
 
-    // 16-bit path: `raw` rows packed; `out` (H, W, 3) or (3, H, W) uint16, C-contiguous. `phase` is a
-    // Bayer pixel-format code; method 1 bilinear (RGGB), 2 edge-directed.
-    int32_t demosaic16(py::array raw, uint32_t height, uint32_t width, uint32_t phase, uint32_t method, bool planar,
-                       py::array out, uint32_t threads) {
-        const uint16_t *src = static_cast<const uint16_t *>(raw.data());
-        uint16_t *dst = static_cast<uint16_t *>(out.mutable_data());
-        const size_t n = size_t(height) * width;
+    // Full depth: `raw` as for demosaic; `config` the 16-bit output configuration; `out` a C-contiguous
+    // uint16 array of the output's size.
+    int32_t demosaic16(py::array raw, int32_t height, int32_t width, int32_t stride, uint32_t code, uint32_t method,
+                       uint64_t config, py::array out, uint32_t threads) {
+        void *in = const_cast<void *>(raw.data());
+        void *dst = out.mutable_data();
         py::gil_scoped_release release;
         std::lock_guard<std::mutex> lock(mutex_);
         if (handle_ == nullptr) return VQP_ERR_NULL_ARGUMENT;
-        if (method == VQP_METHOD_BILINEAR && planar)
-            return vqpDemosaicingBilinearU16PParallel(handle_, src, height, width, dst, dst + n, dst + 2 * n, threads);
-        if (method == VQP_METHOD_BILINEAR) return vqpDemosaicingBilinearU16Parallel(handle_, src, height, width, dst, threads);
-        return vqpDemosaicingEdgeU16Parallel(handle_, src, height, width, dst, phase, threads);
+        int32_t status = vqpDemosaicSetConfig16(handle_, &config);
+        if (status != VQP_OK) return status;
+        ImageFrame fi{height, width, code, in, stride}, fo{0, 0, 0, dst, 0};
+        return vqpDemosaicing16(handle_, &fi, method, &fo, threads);
     }
 
 private:
@@ -79,4 +78,5 @@ PYBIND11_MODULE(_velqora, m) {
     m.def("status_message", [](int32_t s) { return std::string(vqpStatusMessage(s)); });
     m.def("output_size", &vqpOutputSize);
     m.def("version", [] { return std::string(vqpVersionString()); });
+    m.def("vector_level", [] { return std::string(vqpVectorLevel()); });
 }

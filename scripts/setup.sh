@@ -24,10 +24,13 @@ command -v gst-launch-1.0 >/dev/null 2>&1 || need+=(gstreamer1.0-tools)
 [ -n "$(ls /usr/lib/*/gstreamer-1.0/libgstmultifile.so 2>/dev/null)" ] || need+=(gstreamer1.0-plugins-good)
 [ -n "$(ls /usr/lib/*/gstreamer-1.0/libgstbayer.so 2>/dev/null)" ] || need+=(gstreamer1.0-plugins-bad)
 command -v arv-fake-gv-camera-0.8 >/dev/null 2>&1 || need+=(aravis-tools)
-# `setup.sh aarch64`: the cross compiler and the emulator of the AArch64 build.
+# The emulated processors of the tests (older x86-64 processors, and AArch64), and the disassembler of the
+# instruction check.
+command -v qemu-x86_64 >/dev/null 2>&1 || need+=(qemu-user)
+command -v objdump >/dev/null 2>&1 || need+=(binutils)
+# `setup.sh aarch64`: the cross compiler of the AArch64 build.
 if [ "${1:-}" = aarch64 ]; then
   command -v aarch64-linux-gnu-g++ >/dev/null 2>&1 || need+=(g++-aarch64-linux-gnu)
-  command -v qemu-aarch64 >/dev/null 2>&1 || need+=(qemu-user)
 fi
 
 if [ ${#need[@]} -gt 0 ]; then

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds Velqora from nothing and runs the tests twice: in Release (then checks the installed package
-# with the example consumer), and under AddressSanitizer and UndefinedBehaviorSanitizer.
+# Builds Velqora from nothing and runs every test: in Release (then checks the instructions the library
+# uses and the installed package), under AddressSanitizer and UndefinedBehaviorSanitizer, with clang, the
+# fuzzers, the Python module, ThreadSanitizer, emulated x86-64 processors without AVX-512 or AVX, and AArch64.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -11,6 +12,10 @@ echo "== Release build and tests"
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELQORA_BUILD_BENCH=ON -DVELQORA_GSTREAMER=ON
 cmake --build build/release -j "$jobs"
 ctest --test-dir build/release --output-on-failure -j "$jobs"
+
+echo "== Only the vector units use instructions beyond the x86-64 baseline"
+python3 scripts/check-instructions.py --self-test
+python3 scripts/check-instructions.py build/release
 
 echo "== The benchmark builds and runs (a small frame, one run of each case; not a timing)"
 build/release/bench/velqora_bench --quick > /dev/null
@@ -29,12 +34,16 @@ echo "== clang 14 build and tests"
 CC=clang CXX=clang++ cmake -S . -B build/clang -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELQORA_BUILD_BENCH=ON
 cmake --build build/clang -j "$jobs"
 ctest --test-dir build/clang --output-on-failure -j "$jobs"
+python3 scripts/check-instructions.py build/clang
 
 echo "== Fuzzing: each harness for 30 s from its seed corpus (clang, AddressSanitizer, UndefinedBehaviorSanitizer)"
 bash scripts/fuzz.sh 30
 
 echo "== The Python module and its tests"
 bash scripts/test-python.sh
+
+echo "== Emulated x86-64 processors: baseline, SSE4.2 without AVX, AVX2 without AVX-512"
+bash scripts/test-cpus.sh build/release build/python
 
 echo "== ThreadSanitizer: the parallel entry points, several handles on several threads"
 cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELQORA_BUILD_TOOLS=OFF \

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "simd/dispatch.h"
+#include "velqora.h"
 
 namespace {
 
@@ -22,6 +23,7 @@ private:
 
 int main(int argc, char **argv) {
     ::testing::InitGoogleTest(&argc, argv);
+    bool skipped = false;
     for (int i = 1; i < argc; ++i) {
         const char *prefix = "--vq-level=";
         if (std::strncmp(argv[i], prefix, std::strlen(prefix)) != 0) continue;
@@ -31,7 +33,15 @@ int main(int argc, char **argv) {
             std::fprintf(stderr, "unknown level %s\n", name);
             return 2;
         }
-        if (!vq::simd::forceLevel(level)) ::testing::AddGlobalTestEnvironment(new SkipAll(name));
+        if (!vq::simd::forceLevel(level)) {
+            ::testing::AddGlobalTestEnvironment(new SkipAll(name));
+            skipped = true;
+        }
     }
+    // Which level ran, so that a log of runs on several machines shows that every level ran somewhere.
+    if (!::testing::GTEST_FLAG(list_tests))
+        std::fprintf(stderr, "vector level: %s%s (this machine's best: %s)\n", vqpVectorLevel(),
+                     skipped ? ", the level asked for is missing: tests skipped" : "",
+                     vq::simd::levelName(vq::simd::bestLevel()));
     return RUN_ALL_TESTS();
 }

@@ -90,6 +90,23 @@ TEST(OutputHelpers, BgrToBgraWidensWithZeroAlpha) {
     EXPECT_EQ(dst, want);
 }
 
+// The byte count is height x width x 3 wrapped to a signed 32-bit number: a negative count converts
+// nothing, a count that wraps to a small positive number converts just the pixels that hold it.
+TEST(OutputHelpers, BgrToBgraCountsInThirtyTwoBits) {
+    std::vector<uint8_t> src(4 * 3 * 2), dst(4 * 4 * 2, 0xEE), want(dst);
+    for (size_t i = 0; i < src.size(); ++i) src[i] = uint8_t(i + 1);
+    bgrToBgra(src.data(), 0x40000000u, 2, dst.data()); // 3 x 2^31: -2^31
+    bgrToBgra(src.data(), 0x80000000u, 1, dst.data());
+    EXPECT_EQ(dst, want);
+    for (size_t p = 0; p < 4; ++p) std::copy_n(&src[3 * p], 3, &want[4 * p]), want[4 * p + 3] = 0;
+    bgrToBgra(src.data(), 0x40000001u, 4, dst.data()); // 12 x (2^30 + 1) wraps to 12: four pixels
+    EXPECT_EQ(dst, want);
+    std::fill(dst.begin(), dst.end(), 0xEE);
+    std::fill(want.begin() + 4, want.end(), 0xEE);
+    bgrToBgra(src.data(), 0x55555556u, 1, dst.data()); // 3 x 0x55555556 wraps to 2: one pixel
+    EXPECT_EQ(dst, want);
+}
+
 TEST(OutputHelpers, BmpAdjustPadsRowsToFourBytes) {
     ProcessingHandle *h = nullptr;
     vqpCreate(&h);

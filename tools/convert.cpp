@@ -29,6 +29,7 @@ namespace {
 const char *const kUsage = R"(usage: velqora-convert [options] INPUT... (-o FILE | --out-dir DIR)
        velqora-convert --demo OUTDIR
        velqora-convert --list-formats
+       velqora-convert --version
 
 Demosaics raw Bayer or monochrome camera frames with the Velqora library.
 
@@ -44,8 +45,9 @@ Conversion:
       --output NAME      output pixel format: BGR8, RGB8, BGRA8, RGBA8, RGB8_Planar,
                          BGR8_Planar or Mono8 (default: RGB8, Mono8 for .pgm files and
                          monochrome input in .png, BGR8 for .raw)
-      --u16              16-bit mode: Bayer input of 10 to 16 bits is demosaiced at full depth
-                         (edge, or bilinear for RGGB) into 16-bit .png, .ppm or .raw
+      --u16              16-bit mode: Bayer input of 10 to 16 bits (any phase, unpacked or packed)
+                         is demosaiced at full depth into 16-bit .png (scaled to 16 bits), .ppm or
+                         .raw (B, G, R samples at the input's depth), by any method
 Output (the type follows the extension: .png, .ppm, .pgm, or .raw for the library's exact bytes):
   -o, --out FILE         the output file (one input)
   -d, --out-dir DIR      write each input to DIR/<input name>.<type> (several inputs)
@@ -57,6 +59,7 @@ Other:
       --demo OUTDIR      synthesise a test chart, demosaic it with every method and Bayer phase,
                          write PNGs and a comparison image to OUTDIR, print time and PSNR
       --list-formats     the accepted pixel-format names and codes
+      --version          the library's version and the vector level it runs at on this machine
   -h, --help             this text
 
 Exit status: 0 done, 2 bad command line, 3 unreadable or short input, 4 the library refused the
@@ -109,6 +112,11 @@ Options parseArgs(int argc, char **argv, bool &done) {
         };
         if (arg == "-h" || arg == "--help") {
             std::fputs(kUsage, stdout);
+            done = true;
+            return o;
+        } else if (arg == "--version") {
+            std::printf("velqora-convert %s, library %s, vector level %s\n", VQP_VERSION_STRING,
+                        vqpVersionString(), vqpVectorLevel());
             done = true;
             return o;
         } else if (arg == "--list-formats") {
@@ -433,9 +441,10 @@ int run(const Options &o) {
     if (o.u16) {
         if (!o.outputFormat.empty())
             usageError("--output selects 8-bit layouts; the 16-bit mode writes B, G, R samples (.raw) or RGB (.png, .ppm)");
-        if (o.method == Method::Nearest) usageError("the 16-bit mode has no nearest method: use edge or bilinear");
         if (kind == FileKind::Pgm) usageError("the 16-bit mode writes colour: name the output .png, .ppm or .raw");
     } else {
+        if (format.bits == 14 && format.phase[0] != '\0')
+            usageError(format.name + " is converted at full depth only: add --u16");
         of = o.outputFormat.empty() ? outputFormatByCode(defaultOutput(kind, format)) : parseOutputFormat(o.outputFormat);
         checkKindFits(kind, of);
     }

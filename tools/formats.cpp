@@ -26,7 +26,8 @@ constexpr InputEntry kInputs[] = {
     {"BayerGB16", 0x01100030u},       {"BayerBG16", 0x01100031u},       {"BayerGR10Packed", 0x010C0026u},
     {"BayerRG10Packed", 0x010C0027u}, {"BayerGB10Packed", 0x010C0028u}, {"BayerBG10Packed", 0x010C0029u},
     {"BayerGR12Packed", 0x010C002Au}, {"BayerRG12Packed", 0x010C002Bu}, {"BayerGB12Packed", 0x010C002Cu},
-    {"BayerBG12Packed", 0x010C002Du},
+    {"BayerBG12Packed", 0x010C002Du}, {"BayerGR14", 0x01100109u},       {"BayerRG14", 0x0110010Au},
+    {"BayerGB14", 0x0110010Bu},       {"BayerBG14", 0x0110010Cu},
 };
 
 constexpr OutputFormat kOutputs[] = {

@@ -135,26 +135,80 @@ def test_refusals_carry_the_status_and_say_what_to_change():
         assert e.value.status is None
 
 
-def test_demosaic16_equals_the_c_drivers(lib):
+def c_demosaic16(lib, raw_bytes, h, w, stride, code, method, config):
+    """vqpDemosaicing16 on the input bytes, as a flat uint16 array."""
+    handle = ctypes.c_void_p()
+    assert lib.vqpCreate(ctypes.byref(handle)) == 0
+    cfg = ctypes.c_uint64(config)
+    assert lib.vqpDemosaicSetConfig16(handle, ctypes.byref(cfg)) == 0
+    src = np.frombuffer(bytes(raw_bytes), np.uint8).copy()
+    out = np.zeros(3 * h * w, np.uint16)
+    fi = ImageFrame(h, w, code, src.ctypes.data, stride)
+    fo = ImageFrame(0, 0, 0, out.ctypes.data, 0)
+    status = lib.vqpDemosaicing16(handle, ctypes.byref(fi), method, ctypes.byref(fo), 1)
+    lib.vqpRelease(ctypes.byref(handle))
+    assert status == 0
+    return out
+
+
+def test_demosaic16_equals_the_library_for_every_format_method_and_output(lib):
+    lib.vqpDemosaicing16.argtypes = [ctypes.c_void_p, ctypes.POINTER(ImageFrame), ctypes.c_uint32,
+                                     ctypes.POINTER(ImageFrame), ctypes.c_uint32]
+    rng = np.random.default_rng(21)
+    for name, code in velqora.INPUT_FORMATS16.items():
+        h, w = int(rng.integers(4, 12)), int(rng.integers(4, 12))
+        bits = 12 if "12" in name else 10 if "10" in name else 14 if "14" in name else 16
+        if name.endswith("Packed"):
+            stride = w + (w >> 1) + int(rng.integers(0, 2)) * 3  # one run, or padded rows
+            raw = rng.integers(0, 256, stride * h + w, dtype=np.uint8)
+            kw, raw_bytes = {"width": w, "height": h, "stride": stride}, raw.tobytes()
+        else:
+            big = rng.integers(0, 65536, (h, w + 3), dtype=np.uint16)  # stray bits above the depth too
+            raw, kw, stride = big[:, 1:w + 1], {}, 2 * (w + 3)
+            raw_bytes = big.tobytes()[2:]
+        for method, m in velqora.METHODS.items():
+            for output, config in velqora.OUTPUT_FORMATS16.items():
+                for full in (False, True):
+                    got = velqora.demosaic16(raw, name, method, output=output, full_range=full, **kw)
+                    want = c_demosaic16(lib, raw_bytes, h, w, stride, code, m, config | (full << 32))
+                    assert got.shape == ((3, h, w) if "Planar" in output else (h, w, 3))
+                    assert np.array_equal(got.reshape(-1), want), (name, method, output, full)
+                    if not full:
+                        assert got.max() < 1 << bits
+
+
+def test_demosaic16_equals_the_c_drivers_and_keeps_the_full_range(lib):
     rng = np.random.default_rng(7)
     raw = rng.integers(0, 65536, (10, 14), dtype=np.uint16)
     h, w = raw.shape
     u16 = ctypes.POINTER(ctypes.c_uint16)
     src = raw.ctypes.data_as(u16)
-    for pattern, driver in [("RGGB", lib.demosaicingEdgeRGGBU16), ("GRBG", lib.demosaicingEdgeGRBGU16),
-                            ("GBRG", lib.demosaicingEdgeGBRGU16), ("BGGR", lib.demosaicingEdgeBGGRU16)]:
+    for pattern, driver in [("GRBG", lib.demosaicingEdgeGRBGU16), ("GBRG", lib.demosaicingEdgeGBRGU16),
+                            ("BGGR", lib.demosaicingEdgeBGGRU16)]:
         want = np.zeros((h, w, 3), np.uint16)
         driver(src, h, w, want.ctypes.data_as(u16))
         assert np.array_equal(velqora.demosaic16(raw, pattern), want)
     want = np.zeros((h, w, 3), np.uint16)
+    raw12 = raw & 4095
+    lib.demosaicingEdgeRGGBU16(raw12.ctypes.data_as(u16), h, w, want.ctypes.data_as(u16))
+    assert np.array_equal(velqora.demosaic16(raw12, "RGGB", bits=12), want)
+    assert np.array_equal(velqora.demosaic16(raw, "BayerRG12"), want)  # bits above 12 are ignored
     lib.vqpDemosaicingBilinearU16(src, h, w, want.ctypes.data_as(u16))
     assert np.array_equal(velqora.demosaic16(raw, "RGGB", "bilinear"), want)
     planes = velqora.demosaic16(raw, "RGGB", "bilinear", planar=True)
     assert np.array_equal(np.moveaxis(planes, 0, 2), want)
-    for pattern, method, planar in [("GBRG", "bilinear", False), ("RGGB", "nearest", False),
-                                    ("RGGB", "edge", True), ("RGBG", "edge", False)]:
+    # A smooth 16-bit RGGB ramp keeps its range: nothing stuck at 4095.
+    y, x = np.mgrid[0:64, 0:64]
+    ramp = ((x + y) * 505).astype(np.uint16)
+    for method in ("edge", "bilinear", "nearest"):
+        out = velqora.demosaic16(ramp, "RGGB", method)
+        assert np.count_nonzero(out == 4095) == 0 and out.max() > 60000
+    for args, kw in [((raw, "RGBG"), {}), ((raw, "RGGB"), {"bits": 11}), ((raw, "BayerRG12"), {"bits": 16}),
+                     ((raw, "BayerRG8"), {}), ((raw, "Mono12"), {}), ((raw, "RGGB", "cubic"), {}),
+                     ((raw, "RGGB"), {"output": "BGR8"}), ((raw, "RGGB", "edge", True), {"output": "RGB16"}),
+                     ((raw.astype(np.uint8), "RGGB"), {}), ((np.zeros(30, np.uint8), "BayerRG12Packed"), {})]:
         with pytest.raises(velqora.Error):
-            velqora.demosaic16(raw, pattern, method, planar)
+            velqora.demosaic16(*args, **kw)
 
 
 def test_threads_and_demosaicers_in_parallel_give_the_same_result():
@@ -180,6 +234,10 @@ def test_threads_and_demosaicers_in_parallel_give_the_same_result():
         d.demosaic(raw, "BayerGR12")
 
 
-def test_version_matches_the_library(lib):
+def test_version_and_vector_level_match_the_library(lib):
     lib.vqpVersionString.restype = ctypes.c_char_p
+    lib.vqpVectorLevel.restype = ctypes.c_char_p
     assert velqora.__version__ == lib.vqpVersionString().decode()
+    # The module and the shared library detect the machine on their own; they must agree.
+    assert velqora.vector_level() == lib.vqpVectorLevel().decode()
+    assert velqora.vector_level() in ("scalar", "avx2", "avx512", "neon")

@@ -3,12 +3,14 @@
     import velqora
     bgr = velqora.demosaic(raw, "BayerRG8")                 # (H, W, 3) uint8, B, G, R
     rgb = velqora.demosaic(raw, "BayerRG12", "bilinear", "RGB8")
-    img16 = velqora.demosaic16(raw16, "RGGB")               # (H, W, 3) uint16, B, G, R
+    img16 = velqora.demosaic16(raw16, "BayerRG12")          # (H, W, 3) uint16, B, G, R, 0 .. 4095
+    png16 = velqora.demosaic16(raw16, "RGGB", bits=12, output="RGB16", full_range=True)  # 0 .. 65535
 
 Input formats are named by their PFNC names (``"BayerGB10"``, ``"Mono12Packed"``, ...) or given by code;
 ``velqora.INPUT_FORMATS`` lists them. Methods: ``"nearest"``, ``"bilinear"``, ``"edge"`` (edge-directed,
 the default). Output formats: ``"BGR8"``, ``"RGB8"``, ``"BGRA8"``, ``"RGBA8"``, ``"RGB8_Planar"``,
-``"BGR8_Planar"``, ``"Mono8"``.
+``"BGR8_Planar"``, ``"Mono8"``. :func:`demosaic16` keeps the full depth of 10 to 16-bit Bayer frames
+(``velqora.INPUT_FORMATS16``) and writes ``"BGR16"``, ``"RGB16"``, ``"RGB16_Planar"`` or ``"BGR16_Planar"``.
 
 Every call runs with the GIL released; a :class:`Demosaicer` keeps its scratch memory between frames, and
 several Demosaicers convert in parallel threads. Errors raise :class:`velqora.Error`.
@@ -22,10 +24,17 @@ import numpy as np
 
 from . import _velqora
 
-__all__ = ["Error", "Demosaicer", "demosaic", "demosaic16", "INPUT_FORMATS", "OUTPUT_FORMATS", "METHODS",
-           "__version__"]
+__all__ = ["Error", "Demosaicer", "demosaic", "demosaic16", "vector_level", "INPUT_FORMATS", "OUTPUT_FORMATS",
+           "METHODS", "INPUT_FORMATS16", "OUTPUT_FORMATS16", "__version__"]
 
 __version__ = _velqora.version()
+
+
+def vector_level() -> str:
+    """The vector level conversions run at on this machine: ``"scalar"``, ``"avx2"``, ``"avx512"`` or
+    ``"neon"``, the best the processor and the operating system allow. Every level gives the same bytes."""
+    return _velqora.vector_level()
+
 
 INPUT_FORMATS = {
     "Mono8": 0x01080001, "Mono10": 0x01100003, "Mono12": 0x01100005, "Mono14": 0x01100025,
@@ -43,8 +52,15 @@ OUTPUT_FORMATS = {
     "RGB8_Planar": 0x02180021, "BGR8_Planar": 0x02180025, "Mono8": 0x01080001,
 }
 METHODS = {"nearest": 0, "bilinear": 1, "edge": 2}
-_PATTERNS = {"RGGB": 0x01080009, "GRBG": 0x01080008, "GBRG": 0x0108000A, "BGGR": 0x0108000B}
-_CODE_NAMES = {code: name for name, code in INPUT_FORMATS.items()}
+_BAYER14 = {"BayerGR14": 0x01100109, "BayerRG14": 0x0110010A, "BayerGB14": 0x0110010B, "BayerBG14": 0x0110010C}
+# The full-depth path: Bayer formats of 10 to 16 bits, unpacked or packed.
+INPUT_FORMATS16 = {name: code for name, code in {**INPUT_FORMATS, **_BAYER14}.items()
+                   if name.startswith("Bayer") and not name.endswith("8")}
+OUTPUT_FORMATS16 = {"BGR16": 0x0230004B, "RGB16": 0x02300033, "RGB16_Planar": 0x02300024,
+                    "BGR16_Planar": 0x82300024}
+_FULL_RANGE = 1 << 32
+_PATTERNS = {"RGGB": "RG", "GRBG": "GR", "GBRG": "GB", "BGGR": "BG"}
+_CODE_NAMES = {code: name for name, code in {**INPUT_FORMATS, **_BAYER14}.items()}
 
 
 class Error(ValueError):
@@ -206,29 +222,39 @@ class Demosaicer:
             raise _status_error(status, f"a {w} x {h} {_CODE_NAMES[code]} frame")
         return result
 
-    def demosaic16(self, raw16, pattern, method="edge", planar=False, out=None) -> np.ndarray:
+    def demosaic16(self, raw16, fmt, method="edge", planar=False, out=None, *, bits=None, output=None,
+                   full_range=False, width=None, height=None, stride=None) -> np.ndarray:
         """Converts one frame at full depth; see :func:`velqora.demosaic16`."""
-        if pattern not in _PATTERNS:
-            raise Error(f"unknown pattern {pattern!r}: use RGGB, GRBG, GBRG or BGGR")
+        code = _format16(fmt, bits)
         m = _lookup(METHODS, method, "method", "")
-        if m == 0:
-            raise Error("the 16-bit path has no nearest method: use 'bilinear' (RGGB) or 'edge'")
-        if m == 1 and pattern != "RGGB":
-            raise Error(f"16-bit bilinear takes RGGB mosaics only; use method='edge' for {pattern}")
-        if m == 2 and planar:
-            raise Error("planar 16-bit output exists for the bilinear method only; use "
-                        "np.moveaxis(result, 2, 0) on the edge-directed result")
-        raw16 = np.asarray(raw16)
-        if raw16.ndim != 2 or raw16.dtype != np.uint16:
-            raise Error(f"demosaic16 takes a 2-D uint16 array (height, width); got a {raw16.ndim}-D {raw16.dtype} array")
-        raw16 = np.ascontiguousarray(raw16)
-        h, w = raw16.shape
-        shape = (3, h, w) if planar else (h, w, 3)
+        if output is None:
+            output = "BGR16_Planar" if planar else "BGR16"
+        elif planar:
+            raise Error("give the layout once: output= (for example 'RGB16_Planar') or planar=True")
+        config = _lookup(OUTPUT_FORMATS16, output, "output format", "")
+        buf, h, w, row_bytes = _prepare_input(raw16, code, width, height, stride)
+        shape = (3, h, w) if config in (0x02300024, 0x82300024) else (h, w, 3)
         result = np.empty(shape, np.uint16) if out is None else _check_out(out, shape, np.uint16)
-        status = self._handle.demosaic16(raw16, h, w, _PATTERNS[pattern], m, bool(planar), result, self.threads)
+        status = self._handle.demosaic16(buf, h, w, row_bytes, code, m, config | (_FULL_RANGE if full_range else 0),
+                                         result, self.threads)
         if status != 0:
-            raise _status_error(status, f"a {w} x {h} 16-bit {pattern} frame")
+            raise _status_error(status, f"a {w} x {h} {_CODE_NAMES[code]} frame")
         return result
+
+
+def _format16(fmt, bits) -> int:
+    """The code of a full-depth input format: a PFNC name or code, or a pattern with bits= (16 if left out)."""
+    if isinstance(fmt, str) and fmt in _PATTERNS:
+        depth = 16 if bits is None else bits
+        name = f"Bayer{_PATTERNS[fmt]}{depth}"
+        if name not in INPUT_FORMATS16:
+            raise Error(f"bits={bits!r}: a {fmt} frame for demosaic16 has 10, 12, 14 or 16 bits")
+        return INPUT_FORMATS16[name]
+    code = _lookup(INPUT_FORMATS16, fmt, "input format",
+                   " (or a pattern RGGB, GRBG, GBRG, BGGR with bits=); 8-bit and mono formats go to demosaic()")
+    if bits is not None and bits != int(_CODE_NAMES[code].replace("Packed", "")[7:]):
+        raise Error(f"{_CODE_NAMES[code]} has its own depth: leave out bits={bits!r}")
+    return code
 
 
 _local = threading.local()
@@ -265,16 +291,28 @@ def demosaic(raw, fmt, method="edge", output="BGR8", *, width=None, height=None,
         return d.demosaic(raw, fmt, method, output, width=width, height=height, stride=stride, out=out)
 
 
-def demosaic16(raw16, pattern, method="edge", planar=False, out=None, *, threads: int = 1) -> np.ndarray:
-    """Demosaics a 16-bit Bayer frame at full depth.
+def demosaic16(raw16, fmt, method="edge", planar=False, out=None, *, bits=None, output=None, full_range=False,
+               width=None, height=None, stride=None, threads: int = 1) -> np.ndarray:
+    """Demosaics a Bayer frame of 10 to 16 bits at full depth into 16-bit colour.
 
-    raw16: a 2-D uint16 array (height, width), one sample a value. pattern: ``"RGGB"``, ``"GRBG"``, ``"GBRG"`` or
-    ``"BGGR"``. method: ``"edge"`` (any pattern; interpolated values are clamped at 4095 for RGGB and 65535
-    for the others) or ``"bilinear"`` (RGGB only). Returns (H, W, 3) uint16 in the order B, G, R, or with
-    ``planar=True`` (bilinear only) three planes (3, H, W) in the order B, G, R. ``out=`` as for
-    :func:`demosaic`, uint16.
+    raw16: a 2-D uint16 array (height, width), one sample a value, rows padded or not; or, for packed formats,
+        a 1-D uint8 array of the frame's bytes with ``width=`` and ``height=`` (``stride=`` in bytes when rows
+        are padded). Bits above the format's depth are ignored.
+    fmt: a PFNC name such as ``"BayerRG12"``, ``"BayerGB10Packed"`` or ``"BayerBG14"`` (``INPUT_FORMATS16``)
+        or its code; or a pattern ``"RGGB"``, ``"GRBG"``, ``"GBRG"``, ``"BGGR"`` with ``bits=`` 10, 12, 14 or
+        16 (the default).
+    method: ``"nearest"``, ``"bilinear"`` or ``"edge"`` (edge-directed, the default), for every pattern.
+        Interpolated values never exceed the depth's maximum (4095 for 12 bits, 65535 for 16).
+    output: ``"BGR16"`` (the default) or ``"RGB16"`` give (H, W, 3); ``"BGR16_Planar"`` (also
+        ``planar=True``) or ``"RGB16_Planar"`` give three planes (3, H, W); all uint16.
+    full_range: scale the samples from the input's depth to 0 .. 65535 (as 16-bit PNG expects); otherwise a
+        12-bit frame gives 0 .. 4095.
+    out: an array of that shape, uint16, C-contiguous, written instead of allocating a new one.
+    threads: as for :func:`demosaic`.
     """
+    kw = {"bits": bits, "output": output, "full_range": full_range, "width": width, "height": height,
+          "stride": stride}
     if threads == 1:
-        return _default().demosaic16(raw16, pattern, method, planar, out)
+        return _default().demosaic16(raw16, fmt, method, planar, out, **kw)
     with Demosaicer(threads) as d:
-        return d.demosaic16(raw16, pattern, method, planar, out)
+        return d.demosaic16(raw16, fmt, method, planar, out, **kw)

@@ -31,6 +31,7 @@ int32_t vqpCreate(ProcessingHandle **handleOut) {
 void vqpInit(ProcessingHandle *handle) {
     static constexpr uint32_t kSettings[8] = {12, 1, 0, 8, 1, 0, 8, 1};
     handle->config = kDefaultConfig;
+    handle->config16 = VQP_PIXEL_FORMAT_BGR16;
     for (int i = 0; i < 8; ++i) handle->settings[i] = kSettings[i];
     // A block already held is forgotten here, not freed. Worker threads stay with the handle until
     // vqpRelease joins them.

@@ -17,6 +17,7 @@ struct ProcessingHandle {
     uint64_t createValue;     // zeroed by vqpCreate only; read by nothing
     ScratchBuffer scratch;    // grow-only work memory
     vq::Workers *workers;     // the threads of the parallel entry points; null until first used
+    uint64_t config16;        // the output format of the full-depth entry point (and its flags)
 };
 
 namespace vq {

@@ -1,7 +1,8 @@
-// What bindings and applications ask of the library besides conversions: its version, the name and a
-// short message for each status code, and the size of an output buffer.
+// What bindings and applications ask of the library besides conversions: its version and vector level,
+// the name and a short message for each status code, and the size of an output buffer.
 #include <cstdint>
 
+#include "simd/dispatch.h"
 #include "velqora.h"
 
 uint32_t vqpVersion(void) {
@@ -9,6 +10,8 @@ uint32_t vqpVersion(void) {
 }
 
 const char *vqpVersionString(void) { return VQP_VERSION_STRING; }
+
+const char *vqpVectorLevel(void) { return vq::simd::levelName(vq::simd::activeLevel()); }
 
 namespace {
 
@@ -59,6 +62,14 @@ uint64_t vqpOutputSize(int32_t height, int32_t width, uint64_t pixelFormat) {
     case VQP_PIXEL_FORMAT_BGR8_PLANAR: return 3 * pixels;
     case VQP_PIXEL_FORMAT_BGRA8:
     case VQP_PIXEL_FORMAT_RGBA8: return 4 * pixels;
+    case VQP_PIXEL_FORMAT_BGR16:
+    case VQP_PIXEL_FORMAT_RGB16:
+    case VQP_PIXEL_FORMAT_RGB16_PLANAR:
+    case VQP_PIXEL_FORMAT_BGR16_PLANAR:
+    case VQP_PIXEL_FORMAT_BGR16 | VQP_OUTPUT16_FULL_RANGE:
+    case VQP_PIXEL_FORMAT_RGB16 | VQP_OUTPUT16_FULL_RANGE:
+    case VQP_PIXEL_FORMAT_RGB16_PLANAR | VQP_OUTPUT16_FULL_RANGE:
+    case VQP_PIXEL_FORMAT_BGR16_PLANAR | VQP_OUTPUT16_FULL_RANGE: return 6 * pixels;
     default: return 0;
     }
 }

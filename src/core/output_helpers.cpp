@@ -6,21 +6,20 @@
 #include "simd/dispatch.h"
 #include "velqora.h"
 
-// The byte count is formed in 64 bits, so every size converts all of its pixels.
+// The byte count is the signed 32-bit result of the wrapping product height x width x 3: nothing when it
+// is below 1, otherwise whole pixels until that many source bytes have been read. A count that wraps is
+// never more than the image really holds, so a wrapped size converts less, never past the buffers.
 const uint8_t *bgrToBgra(const uint8_t *src, uint32_t height, uint32_t width, uint8_t *dst) {
-    const ptrdiff_t n = static_cast<ptrdiff_t>(uint64_t{height} * width * 3u);
+    const int32_t n = static_cast<int32_t>(height * width * 3u);
     if (n < 1) return src;
-    ptrdiff_t i = 0;
-    if (const auto vector = vq::simd::table().bgrToBgra) {
-        const ptrdiff_t done = vector(src, n / 3, dst);
-        i = 3 * done;
-        dst += 4 * done;
-    }
-    for (; i < n; i += 3) {
-        *dst++ = src[i];
-        *dst++ = src[i + 1];
-        *dst++ = src[i + 2];
-        *dst++ = 0;
+    const ptrdiff_t pixels = (ptrdiff_t{n} + 2) / 3;
+    ptrdiff_t p = 0;
+    if (const auto vector = vq::simd::table().bgrToBgra) p = vector(src, pixels, dst);
+    for (; p < pixels; ++p) {
+        dst[4 * p] = src[3 * p];
+        dst[4 * p + 1] = src[3 * p + 1];
+        dst[4 * p + 2] = src[3 * p + 2];
+        dst[4 * p + 3] = 0;
     }
     return src;
 }

@@ -64,7 +64,8 @@ struct StoreKernels {
                         const Store &out, const Ahead &ahead) = nullptr;
 };
 
-struct Table {
+// The 8-bit interiors of one level.
+struct Kernels8 {
     StoreKernels<Bgr8Store> bgr;
     StoreKernels<Bgra8Store> bgra;
     StoreKernels<Bgra8KeepAlphaStore> bgraKeep;
@@ -78,8 +79,11 @@ struct Table {
     ptrdiff_t (*unpackPairs)(const uint8_t *src, ptrdiff_t groups, ptrdiff_t srcBytes, uint8_t *dst) = nullptr;
     // 3-byte pixels to 4-byte pixels with a zero fourth byte; returns the pixels it did.
     ptrdiff_t (*bgrToBgra)(const uint8_t *src, ptrdiff_t pixels, uint8_t *dst) = nullptr;
+};
 
-    // ---- 16-bit bilinear body (src/simd/kernels16.h): rows r (blue) and r + 1 (red) from r0, the byte
+// The 16-bit interiors of one level.
+struct Kernels16 {
+    // 16-bit bilinear body (src/simd/kernels16.h): rows r (blue) and r + 1 (red) from r0, the byte
     // address of row r - 1 (rows of w samples), pixels from column 1 while a whole vector ends at or
     // before colEnd; returns the first column not written. Interleaved: blueOut / redOut address pixel 0
     // of their rows (B, G, R, or R, G, B when redFirst). Planar: planes[] address pixel 0 of the blue row
@@ -89,7 +93,7 @@ struct Table {
     int32_t (*u16BilinearRowsPlanar)(const unsigned char *r0, ptrdiff_t w, int32_t colEnd,
                                      unsigned char *const *planes) = nullptr;
 
-    // ---- 16-bit edge-directed kernel (src/simd/kernels16.h): the steps of one row pair from step column
+    // 16-bit edge-directed kernel (src/simd/kernels16.h): the steps of one row pair from step column
     // x0 while a whole vector of steps ends at or before columnEnd; s0 and d0 are the byte addresses of the
     // pair's first source row (w samples a row) and destination row (3w samples a row). Returns the first
     // step column not done. The pair's second row is read back and rewritten whole where it writes green
@@ -97,6 +101,10 @@ struct Table {
     int32_t (*u16EdgePair)(const unsigned char *s0, ptrdiff_t w, unsigned char *d0, int32_t x0, int32_t columnEnd,
                            int32_t maximum) = nullptr;
 };
+
+
+// Every interior of one level; a level without vector interiors has only null entries.
+struct Table : Kernels8, Kernels16 {};
 
 // The table of the active level.
 const Table &table();
@@ -129,16 +137,17 @@ const char *levelName(Level level);
 // "scalar", "avx2", "avx512" or "neon" to a level; false for any other name.
 bool levelFromName(const char *name, Level *level);
 
-// Each instruction-set unit (src/simd/<family>_<isa>.cpp, compiled with that set's flags) fills the
-// entries of its kernel family.
-#define VQ_SIMD_DECLARE_INSTALLERS(isa)                                                                    \
+// Each instruction-set unit (src/simd/<family>_<isa>.cpp, compiled with that set's flags) defines the
+// entries of its kernel family as constant data, filled in when the library is linked and loaded: no
+// code of a unit runs before the dispatcher has found its instruction set on the machine.
+#define VQ_SIMD_DECLARE_KERNELS(isa)                                                                       \
     namespace isa {                                                                                        \
-    void installKernels8(Table &t);                                                                        \
-    void installKernels16(Table &t);                                                                       \
+    extern const Kernels8 kKernels8;                                                                       \
+    extern const Kernels16 kKernels16;                                                                     \
     }
-VQ_SIMD_DECLARE_INSTALLERS(avx2)
-VQ_SIMD_DECLARE_INSTALLERS(avx512)
-VQ_SIMD_DECLARE_INSTALLERS(neon)
-#undef VQ_SIMD_DECLARE_INSTALLERS
+VQ_SIMD_DECLARE_KERNELS(avx2)
+VQ_SIMD_DECLARE_KERNELS(avx512)
+VQ_SIMD_DECLARE_KERNELS(neon)
+#undef VQ_SIMD_DECLARE_KERNELS
 
 } // namespace vq::simd

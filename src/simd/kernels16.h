@@ -210,10 +210,12 @@ int32_t edgePair(const unsigned char *s0, ptrdiff_t w, unsigned char *d0, int32_
 }
 
 template <class O>
-void installKernels16(vq::simd::Table &t) {
+constexpr vq::simd::Kernels16 makeKernels16() {
+    vq::simd::Kernels16 t{};
     t.u16BilinearRows = rowsInterleaved<O>;
     t.u16BilinearRowsPlanar = rowsPlanar<O>;
     t.u16EdgePair = edgePair<O>;
+    return t;
 }
 
 } // namespace

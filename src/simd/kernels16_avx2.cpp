@@ -3,5 +3,5 @@
 #include "simd/kernels16.h"
 
 namespace vq::simd::avx2 {
-void installKernels16(Table &t) { ::installKernels16<Avx2Ops>(t); }
+constinit const Kernels16 kKernels16 = ::makeKernels16<Avx2Ops>();
 } // namespace vq::simd::avx2

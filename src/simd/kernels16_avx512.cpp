@@ -3,5 +3,5 @@
 #include "simd/kernels16.h"
 
 namespace vq::simd::avx512 {
-void installKernels16(Table &t) { ::installKernels16<Avx512Ops>(t); }
+constinit const Kernels16 kKernels16 = ::makeKernels16<Avx512Ops>();
 } // namespace vq::simd::avx512

@@ -3,5 +3,5 @@
 #include "simd/kernels16.h"
 
 namespace vq::simd::neon {
-void installKernels16(Table &t) { ::installKernels16<NeonOps>(t); }
+constinit const Kernels16 kKernels16 = ::makeKernels16<NeonOps>();
 } // namespace vq::simd::neon

@@ -431,7 +431,7 @@ ptrdiff_t bgrToBgra(const uint8_t *src, ptrdiff_t pixels, uint8_t *dst) {
 // ---- The table entries -----------------------------------------------------------------------------------
 
 template <class O, class Store>
-void installStore(vq::simd::StoreKernels<Store> &k) {
+constexpr void installStore(vq::simd::StoreKernels<Store> &k) {
     k.bilinearRowPair = bilinearRowPair<O, Store>;
     k.bilinearGreenFirstRows = bilinearGreenFirstRows<O, Store>;
     k.nearestRRow = nearestRow<O, true, Store>;
@@ -441,8 +441,10 @@ void installStore(vq::simd::StoreKernels<Store> &k) {
     k.edgeBody = edgeBody<O, Store>;
 }
 
+// Constant data of the unit: the dispatcher copies it once the machine has the unit's instruction set.
 template <class O>
-void installKernels8(vq::simd::Table &t) {
+constexpr vq::simd::Kernels8 makeKernels8() {
+    vq::simd::Kernels8 t{};
     installStore<O>(t.bgr);
     installStore<O>(t.bgra);
     installStore<O>(t.bgraKeep);
@@ -451,6 +453,7 @@ void installKernels8(vq::simd::Table &t) {
     t.u16ToU8 = u16ToU8<O>;
     t.unpackPairs = unpackPairs<O>;
     t.bgrToBgra = bgrToBgra<O>;
+    return t;
 }
 
 } // namespace

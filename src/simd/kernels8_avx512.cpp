@@ -3,5 +3,5 @@
 #include "simd/kernels8.h"
 
 namespace vq::simd::avx512 {
-void installKernels8(Table &t) { ::installKernels8<Avx512Ops>(t); }
+constinit const Kernels8 kKernels8 = ::makeKernels8<Avx512Ops>();
 } // namespace vq::simd::avx512

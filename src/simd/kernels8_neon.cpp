@@ -3,5 +3,5 @@
 #include "simd/kernels8.h"
 
 namespace vq::simd::neon {
-void installKernels8(Table &t) { ::installKernels8<NeonOps>(t); }
+constinit const Kernels8 kKernels8 = ::makeKernels8<NeonOps>();
 } // namespace vq::simd::neon

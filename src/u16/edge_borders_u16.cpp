@@ -149,9 +149,10 @@ void firstRows(const EdgeFrame &f, int32_t startRow) {
 
 // The top-left red site of an RGGB frame takes its blue from the two green estimates before they
 // are clamped (the greens written are clamped as everywhere).
-void topLeftBlue(const EdgeFrame &f) {
-    f.put(0, 0, kBlue, f.clamp(f.greenEstimate(0, 0) + f.s(1, 1) - f.greenEstimate(1, 1)));
+int32_t topLeftBlueOf(const EdgeFrame &f) {
+    return f.clamp(f.greenEstimate(0, 0) + f.s(1, 1) - f.greenEstimate(1, 1));
 }
+void topLeftBlue(const EdgeFrame &f) { f.put(0, 0, kBlue, topLeftBlueOf(f)); }
 
 // Rows 0 and 1 of an RGGB or GRBG frame; they read rows 0 .. 3, which always exist.
 void firstRowsRGGB(const uint16_t *src, uint16_t *dst, int32_t h, int32_t w, int32_t startColumn, int32_t maximum) {
@@ -263,6 +264,10 @@ void vq::u16::edgeAfter(const EdgeRun &r, uint64_t stop) {
     edgeLastRowsRGGBU16(r.src, r.dst, r.height, r.width, firstRowLeft, r.startColumn, r.maximum);
     edgeLastColsRGGBU16(r.src + viewRows * w, r.dst + viewRows * 3 * w, r.height - static_cast<uint32_t>(viewRows),
                         r.width, static_cast<int32_t>(stop & 0xFFFFFFFFu), r.maximum);
+}
+
+int32_t vq::u16::edgeTopLeftBlue(const uint16_t *src, uint32_t height, uint32_t width, int32_t maximum) {
+    return topLeftBlueOf(EdgeFrame{src, nullptr, static_cast<int32_t>(height), static_cast<int32_t>(width), 0, 0, maximum});
 }
 
 int32_t vq::u16::edgeDriver(const EdgeRun &r) {

@@ -33,5 +33,8 @@ uint64_t edgeKernelStop(uint32_t rows, uint32_t width, int32_t startColumn);
 void edgeAfter(const EdgeRun &r, uint64_t stop);
 // The three steps on the calling thread.
 int32_t edgeDriver(const EdgeRun &r);
+// The blue that the RGGB driver gives the top-left red site of a frame (height and width >= 4): the
+// green estimates of (0, 0) and (1, 1) before clamping, their difference added to s(1, 1), clamped.
+int32_t edgeTopLeftBlue(const uint16_t *src, uint32_t height, uint32_t width, int32_t maximum);
 
 } // namespace vq::u16

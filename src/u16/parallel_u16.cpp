@@ -1,21 +1,10 @@
-// The 16-bit entry points split over the handle's worker threads.
-//
-// Bilinear: the body reads only the source, so each thread runs it on a slice of the frame (a sub-frame
-// starting at an even row, whose body covers exactly the slice's row pairs); the first thread also does
-// the first row and column, the last one the last rows and columns.
-//
-// Edge-directed: the kernel reads back the greens of the two rows above each row pair, which the band
-// above computes. Greens depend on the source alone, so a band's thread first runs the kernel on the pair
-// above its band and its own first pair in private rows (the greens of the border columns copied in),
-// copies back the bytes that its first pair writes in the frame, and runs the rest of its band in place.
-// The borders before the kernel run first, those after it last, both on the calling thread.
+// The 16-bit entry points split over the handle's worker threads (how, in u16/parallel_u16.h).
+#include "u16/parallel_u16.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
-#include "core/handle.h"
-#include "core/workers.h"
-#include "u16/edge_u16.h"
 #include "u16/u16_common.h"
 #include "velqora.h"
 
@@ -26,37 +15,21 @@ inline int32_t signedOf(uint32_t v) { return static_cast<int32_t>(v); }
 // Frames below this many pixels run on the calling thread.
 constexpr int64_t kMinParallelPixels = 1 << 15;
 
-vq::Workers *workersFor(ProcessingHandle *handle, int threads, int64_t pixels) {
+} // namespace
+
+vq::Workers *vq::u16::workersFor(ProcessingHandle *handle, int threads, int64_t pixels) {
     if (threads < 2 || pixels < kMinParallelPixels) return nullptr;
     return vq::workersOf(handle);
 }
 
-// Runs the bilinear body of a frame in `count` slices and the borders around it. `pieces` supplies the
-// five pieces on a sub-frame starting at a given row.
-template <class Pieces>
-void bilinearInSlices(vq::Workers *workers, int count, uint32_t height, const Pieces &pieces) {
-    const int32_t h = signedOf(height);
-    const int32_t lastPairEnd = h - 1 - (h & 1); // the body's row pairs start at 1, 3, ... below this
-    const int32_t pairs = (lastPairEnd - 1) / 2;
-    workers->run(count, [&](int k) {
-        const int32_t first = 1 + 2 * static_cast<int32_t>(int64_t{pairs} * k / count);
-        const int32_t end = 1 + 2 * static_cast<int32_t>(int64_t{pairs} * (k + 1) / count);
-        if (k == 0) pieces.first();
-        const uint64_t sliceStop = pieces.body(first - 1, static_cast<uint32_t>(end - first + 2));
-        if (k == count - 1) {
-            const int32_t stopRow = static_cast<int32_t>(sliceStop >> 32) + (first - 1);
-            pieces.last(stopRow, static_cast<int32_t>(sliceStop & 0xFFFFFFFFu));
-        }
-    });
-}
-
-// Enough pairs for every thread to have two.
-int bilinearThreads(int threads, uint32_t height) {
+int vq::u16::bilinearThreads(int threads, uint32_t height) {
     const int32_t pairs = (signedOf(height) - 2) / 2;
     return threads < pairs / 2 ? threads : pairs / 2;
 }
 
-} // namespace
+using vq::u16::bilinearInSlices;
+using vq::u16::bilinearThreads;
+using vq::u16::workersFor;
 
 VQP_EXTERN int32_t vqpDemosaicingBilinearU16Parallel(ProcessingHandle *handle, const uint16_t *src, uint32_t height,
                                                      uint32_t width, uint16_t *dst, uint32_t threads) {
@@ -171,6 +144,31 @@ void edgeBand(const vq::u16::EdgeRun &r, int32_t firstPair, int32_t endPair, uin
 
 } // namespace
 
+int vq::u16::edgeThreads(const EdgeRun &r, int threads) {
+    const int32_t rowEnd = static_cast<int32_t>(edgeKernelRows(r) - 1u);
+    const int32_t pairs = rowEnd < 1 ? 0 : (rowEnd + 1) / 2;
+    return threads < pairs / 2 ? threads : pairs / 2; // at least two pairs a band
+}
+
+int64_t vq::u16::edgeBandBytes(uint32_t width, int count) {
+    return kPrivateRows * 3 * int64_t{width} * 2 * count + 64;
+}
+
+void vq::u16::edgeInBands(vq::Workers *workers, int count, const EdgeRun &r, uint8_t *scratch) {
+    const uint32_t kernelRows = edgeKernelRows(r);
+    const int32_t rowEnd = static_cast<int32_t>(kernelRows - 1u);
+    const int32_t pairs = rowEnd < 1 ? 0 : (rowEnd + 1) / 2;
+    const int64_t rowBytes = kPrivateRows * 3 * int64_t{r.width} * 2;
+    uint8_t *base = scratch + ((64 - (reinterpret_cast<uintptr_t>(scratch) & 63u)) & 63u);
+    edgeBefore(r);
+    workers->run(count, [&](int k) {
+        const int32_t firstPair = static_cast<int32_t>(int64_t{pairs} * k / count);
+        const int32_t endPair = static_cast<int32_t>(int64_t{pairs} * (k + 1) / count);
+        edgeBand(r, firstPair, endPair, reinterpret_cast<uint16_t *>(base + k * rowBytes));
+    });
+    edgeAfter(r, edgeKernelStop(kernelRows, r.width, r.startColumn));
+}
+
 VQP_EXTERN int32_t vqpDemosaicingEdgeU16Parallel(ProcessingHandle *handle, const uint16_t *src, uint32_t height,
                                                  uint32_t width, uint16_t *dst, uint32_t phase, uint32_t threads) {
     if (handle == nullptr || src == nullptr || dst == nullptr) return VQP_ERR_NULL_ARGUMENT;
@@ -180,27 +178,12 @@ VQP_EXTERN int32_t vqpDemosaicingEdgeU16Parallel(ProcessingHandle *handle, const
     static constexpr int32_t kStartRow[] = {2, 2, 3, 3}, kStartColumn[] = {2, 3, 2, 3};
     const vq::u16::EdgeRun r = vq::u16::edgeRunOf(src, height, width, dst, kStartRow[p], kStartColumn[p],
                                                   p == 0 ? vq::u16::kEdgeMaxRGGB : vq::u16::kEdgeMaxOther);
-    const uint32_t kernelRows = vq::u16::edgeKernelRows(r);
-    const int32_t rowEnd = static_cast<int32_t>(kernelRows - 1u);
-    const int32_t pairs = rowEnd < 1 ? 0 : (rowEnd + 1) / 2;
-    int count = vq::threadCount(threads);
-    if (count > pairs / 2) count = pairs / 2; // at least two pairs a band
+    const int count = vq::u16::edgeThreads(r, vq::threadCount(threads));
     vq::Workers *workers = workersFor(handle, count, int64_t{height} * width);
     if (workers == nullptr) return vq::u16::edgeDriver(r);
-
-    const int64_t rowBytes = kPrivateRows * 3 * int64_t{width} * 2;
-    const int64_t need = rowBytes * count + 64;
+    const int64_t need = vq::u16::edgeBandBytes(width, count);
     if (need > INT32_MAX) return vq::u16::edgeDriver(r); // one band on the calling thread needs no scratch
     if (const int32_t rc = vqpMemRealloc(&handle->scratch, static_cast<int32_t>(need)); rc != VQP_OK) return rc;
-    uint8_t *base = handle->scratch.data;
-    base += (64 - (reinterpret_cast<uintptr_t>(base) & 63u)) & 63u;
-
-    vq::u16::edgeBefore(r);
-    workers->run(count, [&](int k) {
-        const int32_t firstPair = static_cast<int32_t>(int64_t{pairs} * k / count);
-        const int32_t endPair = static_cast<int32_t>(int64_t{pairs} * (k + 1) / count);
-        edgeBand(r, firstPair, endPair, reinterpret_cast<uint16_t *>(base + k * rowBytes));
-    });
-    vq::u16::edgeAfter(r, vq::u16::edgeKernelStop(kernelRows, width, r.startColumn));
+    vq::u16::edgeInBands(workers, count, r, handle->scratch.data);
     return VQP_OK;
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <algorithm>
 #include <cstdlib>
 #include <random>
 #include <utility>
@@ -42,13 +43,33 @@ template <class F> int neighbourMean(const Mosaic16 &m, int phase, int y, int x,
     return n == 4 ? sum >> 2 : n == 2 ? sum >> 1 : sum;
 }
 
-// ---- bilinear (RGGB only): every missing value is a mean of the nearest samples of its colour ----
-inline std::vector<uint16_t> bilinearModel(const Mosaic16 &m) {
+// ---- bilinear: every missing value is a mean of the nearest samples of its colour -------------
+inline std::vector<uint16_t> bilinearModel(const Mosaic16 &m, int phase = 0) {
     std::vector<uint16_t> out;
     for (int y = 0; y < m.h; ++y)
         for (int x = 0; x < m.w; ++x)
             for (char want : {'B', 'G', 'R'})
-                out.push_back(uint16_t(colourAt(0, y, x) == want ? m(y, x) : neighbourMean(m, 0, y, x, want, m)));
+                out.push_back(uint16_t(colourAt(phase, y, x) == want ? m(y, x)
+                                                                     : neighbourMean(m, phase, y, x, want, m)));
+    return out;
+}
+
+// ---- nearest: red and blue from the 2x2 cell whose lower-right corner is the pixel (moved inside the
+// frame on the top row and left column); green its own, else the one to the left, in column 0 the one
+// above, at the top-left corner the one to the right -------------------------------------------------
+inline std::vector<uint16_t> nearestModel(const Mosaic16 &m, int phase) {
+    std::vector<uint16_t> out;
+    for (int y = 0; y < m.h; ++y)
+        for (int x = 0; x < m.w; ++x) {
+            int r = 0, b = 0;
+            for (int cy : {std::max(y, 1) - 1, std::max(y, 1)})
+                for (int cx : {std::max(x, 1) - 1, std::max(x, 1)}) {
+                    if (colourAt(phase, cy, cx) == 'R') r = m(cy, cx);
+                    if (colourAt(phase, cy, cx) == 'B') b = m(cy, cx);
+                }
+            const int g = colourAt(phase, y, x) == 'G' ? m(y, x) : x >= 1 ? m(y, x - 1) : y >= 1 ? m(y - 1, 0) : m(0, 1);
+            out.insert(out.end(), {uint16_t(b), uint16_t(g), uint16_t(r)});
+        }
     return out;
 }
 
@@ -70,9 +91,10 @@ inline int edgeGreenEstimate(const Mosaic16 &m, int y, int x) {
 }
 
 // Green, then red and blue as green plus the mean colour difference at the nearest sites of that
-// colour, all clamped to [0, 4095] for RGGB and [0, 65535] for the other phases.
-inline std::vector<uint16_t> edgeModel(const Mosaic16 &m, int phase) {
-    const int maximum = phase == 0 ? 4095 : 65535;
+// colour, all clamped to [0, maximum]: the drivers' 4095 for RGGB and 65535 for the other phases
+// unless given.
+inline std::vector<uint16_t> edgeModel(const Mosaic16 &m, int phase, int maximum = -1) {
+    if (maximum < 0) maximum = phase == 0 ? 4095 : 65535;
     auto clamp = [&](int v) { return uint16_t(v < 0 ? 0 : v > maximum ? maximum : v); };
     std::vector<int> green;
     for (int y = 0; y < m.h; ++y)

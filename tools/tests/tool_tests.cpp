@@ -316,6 +316,14 @@ TEST_F(ToolTest, FrameSizesAreCheckedBeforeReading) {
     EXPECT_NE(r.err.find("holds 100 bytes, a 8 x 8 BayerRG8 frame 64"), std::string::npos) << r.err;
 }
 
+// --version names the library's version and the level this process of the library chose.
+TEST_F(ToolTest, VersionNamesTheVectorLevel) {
+    const Result r = run({"--version"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, std::string("velqora-convert ") + VQP_VERSION_STRING + ", library " + vqpVersionString() +
+                         ", vector level " + vqpVectorLevel() + "\n");
+}
+
 // The demo needs no input: it writes its pictures and reports every method.
 TEST_F(ToolTest, DemoFinishes) {
     const Result r = run({"--demo", path("demo")});

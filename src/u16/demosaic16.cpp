@@ -1,0 +1,425 @@
+// The full-depth entry point: any Bayer phase, depth (10, 12, 14, 16 bits) and packing to 16-bit colour.
+//
+// The input is used where it lies when it already is what the kernels read (16-bit samples, rows packed);
+// otherwise it is first reassembled into packed rows of full samples, bits above the depth dropped, in the
+// handle's scratch block. The kernels are those of the RGGB bilinear and the edge-directed drivers:
+//   - bilinear: the RGGB pieces serve RGGB frames and, with red and blue exchanged, BGGR frames; GBRG
+//     frames (and GRBG, exchanged) are RGGB frames without their first row, so the pieces run on the frame
+//     from row 1 down after rows 0 and 1 are done here, pixel by pixel, by the same rule;
+//   - edge-directed: every phase has its run of the pieces (edge_u16.h); the channel order R, G, B comes
+//     from the run of the exchanged phase, whose only different rule, the top-left blue of RGGB frames,
+//     is put right afterwards; planar output is taken from interleaved rows in the scratch block;
+//   - nearest: the 8-bit rule, pixel by pixel.
+// Scaling to the full 16 bits is one pass over the output at the end.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "core/handle.h"
+#include "core/workers.h"
+#include "u16/edge_u16.h"
+#include "u16/parallel_u16.h"
+#include "u16/u16_common.h"
+#include "velqora.h"
+
+namespace {
+
+enum Phase { kRGGB = 0, kGRBG = 1, kGBRG = 2, kBGGR = 3 };
+// The phase with red and blue exchanged.
+constexpr int exchanged(int phase) { return 3 - phase; }
+// Where the red site of the top-left 2x2 cell lies: row and column parity.
+constexpr int kRedRow[] = {0, 0, 1, 1}, kRedColumn[] = {0, 1, 0, 1};
+
+struct Input16 {
+    int phase;
+    int bits;
+    bool packed;
+};
+
+bool classify(uint32_t code, Input16 *info) {
+    struct Family {
+        uint32_t gr; // GR, RG, GB and BG follow each other in every family
+        int bits;
+        bool packed;
+    };
+    static constexpr Family kFamilies[] = {
+        {VQP_PIXEL_FORMAT_BAYER_GR10, 10, false},        {VQP_PIXEL_FORMAT_BAYER_GR12, 12, false},
+        {VQP_PIXEL_FORMAT_BAYER_GR14, 14, false},        {VQP_PIXEL_FORMAT_BAYER_GR16, 16, false},
+        {VQP_PIXEL_FORMAT_BAYER_GR10_PACKED, 10, true}, {VQP_PIXEL_FORMAT_BAYER_GR12_PACKED, 12, true}};
+    static constexpr int kPhaseAfterGR[] = {kGRBG, kRGGB, kGBRG, kBGGR};
+    for (const Family &f : kFamilies) {
+        if (code - f.gr < 4u) {
+            *info = {kPhaseAfterGR[code - f.gr], f.bits, f.packed};
+            return true;
+        }
+    }
+    return false;
+}
+
+struct Layout {
+    bool planar;
+    bool redFirst; // R, G, B (or planes R, G, B)
+    bool fullRange;
+};
+
+bool layoutOf(uint64_t config, Layout *layout) {
+    const uint64_t flags = config >> 32 << 32;
+    if (flags != 0 && flags != VQP_OUTPUT16_FULL_RANGE) return false;
+    const bool full = flags != 0;
+    switch (static_cast<uint32_t>(config)) {
+    case VQP_PIXEL_FORMAT_BGR16: *layout = {false, false, full}; return true;
+    case VQP_PIXEL_FORMAT_RGB16: *layout = {false, true, full}; return true;
+    case VQP_PIXEL_FORMAT_RGB16_PLANAR: *layout = {true, true, full}; return true;
+    case VQP_PIXEL_FORMAT_BGR16_PLANAR: *layout = {true, false, full}; return true;
+    default: return false;
+    }
+}
+
+// ---- input ----------------------------------------------------------------------------------------
+
+// Samples [i0, i1) of a run of packed pairs into dst[i0 ..]; i0 even. A last sample without a partner is
+// read from its two bytes.
+void unpackRun(const unsigned char *run, ptrdiff_t i0, ptrdiff_t i1, int lowBits, uint16_t *dst) {
+    const unsigned lowMask = (1u << lowBits) - 1u;
+    ptrdiff_t i = i0;
+    for (; i + 1 < i1; i += 2) {
+        const unsigned char *p = run + i / 2 * 3;
+        dst[i] = static_cast<uint16_t>(unsigned{p[0]} << lowBits | (p[1] & lowMask));
+        dst[i + 1] = static_cast<uint16_t>(unsigned{p[2]} << lowBits | (p[1] >> 4 & lowMask));
+    }
+    if (i < i1) {
+        const unsigned char *p = run + i / 2 * 3;
+        dst[i] = static_cast<uint16_t>(unsigned{p[0]} << lowBits | (p[1] & lowMask));
+    }
+}
+
+// Rows [y0, y1) of the input as packed rows of full samples at dst (the whole frame's rows).
+void readRows(const ImageFrame &in, const Input16 &f, int32_t y0, int32_t y1, uint16_t *dst) {
+    const ptrdiff_t w = in.width, stride = in.stride;
+    const auto *base = static_cast<const unsigned char *>(in.data);
+    const uint16_t mask = static_cast<uint16_t>((1u << f.bits) - 1u);
+    for (ptrdiff_t y = y0; y < y1; ++y) {
+        uint16_t *row = dst + y * w;
+        if (f.packed) {
+            unpackRun(base + y * stride, 0, w, f.bits - 8, row);
+            continue;
+        }
+        std::memcpy(row, base + y * stride, static_cast<size_t>(2 * w));
+        if (f.bits < 16)
+            for (ptrdiff_t x = 0; x < w; ++x) row[x] = static_cast<uint16_t>(row[x] & mask);
+    }
+}
+
+// Runs fn(begin, end) over [0, n) in `count` parts on `workers`, or whole on the calling thread.
+template <class Fn>
+void inParts(vq::Workers *workers, int count, ptrdiff_t n, const Fn &fn) {
+    if (workers == nullptr || count < 2) {
+        fn(ptrdiff_t{0}, n);
+        return;
+    }
+    workers->run(count, [&](int k) { fn(n * k / count, n * (k + 1) / count); });
+}
+
+void readInput(vq::Workers *workers, int count, const ImageFrame &in, const Input16 &f, uint16_t *dst) {
+    const int32_t h = in.height, w = in.width;
+    if (f.packed && in.stride == w + (w >> 1)) { // one run of samples, pairs across row ends
+        const ptrdiff_t n = ptrdiff_t{h} * w;
+        const auto *run = static_cast<const unsigned char *>(in.data);
+        inParts(workers, count, n / 2, [&](ptrdiff_t g0, ptrdiff_t g1) {
+            unpackRun(run, 2 * g0, g1 == n / 2 ? n : 2 * g1, f.bits - 8, dst);
+        });
+        return;
+    }
+    inParts(workers, count, h, [&](ptrdiff_t y0, ptrdiff_t y1) {
+        readRows(in, f, static_cast<int32_t>(y0), static_cast<int32_t>(y1), dst);
+    });
+}
+
+// ---- output ---------------------------------------------------------------------------------------
+
+// Where a pixel's three samples go: byte addresses of pixel 0's blue, green and red and the bytes from
+// one pixel to the next (6 interleaved, 2 planar). Any address will do.
+struct Out16 {
+    unsigned char *at[3];
+    ptrdiff_t step;
+    void put(ptrdiff_t i, uint32_t r, uint32_t g, uint32_t b) const {
+        const uint16_t v[3] = {static_cast<uint16_t>(b), static_cast<uint16_t>(g), static_cast<uint16_t>(r)};
+        for (int c = 0; c < 3; ++c) std::memcpy(at[c] + i * step, &v[c], 2);
+    }
+};
+
+// The output of a frame of n pixels at `base` in `layout`, colours exchanged when `swapRB`.
+Out16 outputOf(unsigned char *base, ptrdiff_t n, const Layout &layout, bool swapRB) {
+    const bool redFirst = layout.redFirst != swapRB;
+    if (layout.planar) {
+        unsigned char *first = base, *third = base + 4 * n;
+        return {{redFirst ? third : first, base + 2 * n, redFirst ? first : third}, 2};
+    }
+    return {{base + (redFirst ? 4 : 0), base + 2, base + (redFirst ? 0 : 4)}, 6};
+}
+
+// n samples at p scaled from `bits` to 16 by repeating their top bits.
+void scaleSamples(unsigned char *p, ptrdiff_t n, int bits) {
+    const int up = 16 - bits, down = 2 * bits - 16;
+    constexpr ptrdiff_t kChunk = 1024;
+    uint16_t buf[kChunk];
+    for (ptrdiff_t i = 0; i < n; i += kChunk) {
+        const ptrdiff_t m = std::min(kChunk, n - i);
+        std::memcpy(buf, p + 2 * i, static_cast<size_t>(2 * m));
+        for (ptrdiff_t j = 0; j < m; ++j) buf[j] = static_cast<uint16_t>(buf[j] << up | buf[j] >> down);
+        std::memcpy(p + 2 * i, buf, static_cast<size_t>(2 * m));
+    }
+}
+
+// Pixels [i0, i1) of interleaved B, G, R rows into three planes.
+void toPlanes(const uint16_t *bgr, ptrdiff_t i0, ptrdiff_t i1, const Out16 &out) {
+    for (ptrdiff_t i = i0; i < i1; ++i) out.put(i, bgr[3 * i + 2], bgr[3 * i + 1], bgr[3 * i]);
+}
+
+// ---- the methods ----------------------------------------------------------------------------------
+
+struct Frame {
+    const uint16_t *src; // rows packed, full samples, at any address
+    uint32_t h, w;
+    int phase;
+    uint32_t s(ptrdiff_t y, ptrdiff_t x) const {
+        return static_cast<uint32_t>(vq::u16::Src16::of(src)[y * ptrdiff_t{w} + x]);
+    }
+};
+
+// Red and blue from the 2x2 cell whose lower-right corner is the pixel (moved down or right on the top
+// row and left column); green its own sample, else the one to its left, in column 0 the one above, at
+// the top-left corner the one to its right.
+void nearest(const Frame &f, const Out16 &out) {
+    const ptrdiff_t h = f.h, w = f.w;
+    const int redRow = kRedRow[f.phase], redColumn = kRedColumn[f.phase];
+    for (ptrdiff_t y = 0; y < h; ++y) {
+        const ptrdiff_t ya = std::max<ptrdiff_t>(y, 1) - 1, yb = ya + 1;
+        const ptrdiff_t yr = (ya & 1) == redRow ? ya : yb, yB = ya + yb - yr;
+        const bool redSitesRow = (y & 1) == redRow;
+        for (ptrdiff_t x = 0; x < w; ++x) {
+            const ptrdiff_t xa = std::max<ptrdiff_t>(x, 1) - 1, xb = xa + 1;
+            const ptrdiff_t xr = (xa & 1) == redColumn ? xa : xb, xB = xa + xb - xr;
+            const bool green = redSitesRow != ((x & 1) == redColumn);
+            const uint32_t g = green ? f.s(y, x) : x >= 1 ? f.s(y, x - 1) : y >= 1 ? f.s(y - 1, 0) : f.s(0, 1);
+            out.put(y * w + x, f.s(yr, xr), g, f.s(yB, xB));
+        }
+    }
+}
+
+// One pixel of a green-first frame's rows 0 and 1 by the bilinear rule, in the terms of the RGGB pieces
+// (red sites on odd rows, even columns): the truncating mean of the nearest samples of each missing
+// colour that lie in the frame, where green with three neighbours counts the one facing the missing one
+// twice.
+void bilinearTopPixel(const Frame &f, ptrdiff_t y, ptrdiff_t x, const Out16 &out) {
+    const ptrdiff_t h = f.h, w = f.w;
+    const auto colour = [](ptrdiff_t yy, ptrdiff_t xx) { // 0 blue, 1 green, 2 red
+        const bool redRow = (yy & 1) != 0, redColumn = (xx & 1) == 0;
+        return redRow && redColumn ? 2 : !redRow && !redColumn ? 0 : 1;
+    };
+    uint32_t v[3];
+    const int own = colour(y, x);
+    for (int want = 0; want < 3; ++want) {
+        if (want == own) {
+            v[want] = f.s(y, x);
+            continue;
+        }
+        uint32_t sum = 0, n = 0;
+        ptrdiff_t facingY = 0, facingX = 0;
+        for (ptrdiff_t dy = -1; dy <= 1; ++dy)
+            for (ptrdiff_t dx = -1; dx <= 1; ++dx) {
+                if (colour(y + dy, x + dx) != want) continue;
+                if (y + dy >= 0 && y + dy < h && x + dx >= 0 && x + dx < w) sum += f.s(y + dy, x + dx), ++n;
+                else facingY = y - dy, facingX = x - dx;
+            }
+        if (n == 3) sum += f.s(facingY, facingX), ++n;
+        v[want] = n == 4 ? sum >> 2 : n == 2 ? sum >> 1 : sum;
+    }
+    out.put(y * w + x, v[2], v[1], v[0]);
+}
+
+// The RGGB bilinear pieces on the frame (RGGB and BGGR) or on the frame without its first row (GBRG and
+// GRBG), into interleaved pixels with their order flag or into planes (blue-site, green, red-site).
+struct BilinearPieces {
+    Frame f;
+    bool greenFirst;
+    bool planar;
+    uint32_t order;
+    unsigned char *dst;           // interleaved
+    unsigned char *planes[3];     // planar: the RGGB pieces' blue, green, red
+    Out16 topRows;                // rows 0 and 1 of a green-first frame
+
+    const uint16_t *sub() const { return f.src + (greenFirst ? ptrdiff_t{f.w} : 0); }
+    uint32_t height() const { return f.h - (greenFirst ? 1u : 0u); }
+    ptrdiff_t pixelOf(int32_t row) const { return (ptrdiff_t{row} + (greenFirst ? 1 : 0)) * f.w; }
+    uint16_t *d(int32_t row) const { return reinterpret_cast<uint16_t *>(dst + 6 * pixelOf(row)); }
+    uint16_t *p(int k, int32_t row) const { return reinterpret_cast<uint16_t *>(planes[k] + 2 * pixelOf(row)); }
+
+    void first() const {
+        if (greenFirst) {
+            for (ptrdiff_t y = 0; y < 2; ++y)
+                for (ptrdiff_t x = 0; x < f.w; ++x) bilinearTopPixel(f, y, x, topRows);
+        } else if (planar) {
+            bilinearFirstRowsRGGBU16P(sub(), p(0, 0), p(1, 0), p(2, 0), f.w);
+        } else {
+            bilinearFirstRowsRGGBU16(sub(), d(0), f.w, order);
+        }
+        if (planar) bilinearFirstColsRGGBU16P(sub(), p(0, 0), p(1, 0), p(2, 0), height(), f.w);
+        else bilinearFirstColsRGGBU16(sub(), d(0), height(), f.w, order);
+    }
+    uint64_t body(int32_t row, uint32_t rows) const {
+        const uint16_t *s = sub() + ptrdiff_t{row} * f.w;
+        if (planar) return bilinearBodyRGGBU16P(s, p(0, row), p(1, row), p(2, row), rows, f.w);
+        return bilinearBodyRGGBU16(s, d(row), rows, f.w, order);
+    }
+    void last(int32_t stopRow, int32_t stopColumn) const {
+        if (planar) {
+            bilinearLastRowsRGGBU16P(sub(), p(0, 0), p(1, 0), p(2, 0), height(), f.w, stopRow);
+            bilinearLastColsRGGBU16P(sub(), p(0, 0), p(1, 0), p(2, 0), height(), f.w, stopColumn);
+        } else {
+            bilinearLastRowsRGGBU16(sub(), d(0), height(), f.w, stopRow, order);
+            bilinearLastColsRGGBU16(sub(), d(0), height(), f.w, stopColumn, order);
+        }
+    }
+};
+
+void bilinear(const Frame &f, const Layout &layout, unsigned char *out, ProcessingHandle *handle, int threads) {
+    const ptrdiff_t n = ptrdiff_t{f.h} * f.w;
+    const bool swapRB = f.phase == kBGGR || f.phase == kGRBG; // the pieces take blue sites for red ones
+    BilinearPieces pieces{};
+    pieces.f = f;
+    pieces.greenFirst = f.phase == kGBRG || f.phase == kGRBG;
+    pieces.planar = layout.planar;
+    pieces.order = layout.redFirst != swapRB ? 1u : 0u;
+    pieces.dst = out;
+    pieces.topRows = outputOf(out, n, layout, swapRB);
+    for (int k = 0; k < 3; ++k) pieces.planes[k] = pieces.topRows.at[k];
+    const int count = vq::u16::bilinearThreads(threads, pieces.height());
+    vq::Workers *workers = vq::u16::workersFor(handle, count, n);
+    if (workers == nullptr) {
+        pieces.first();
+        const uint64_t stop = pieces.body(0, pieces.height());
+        pieces.last(static_cast<int32_t>(stop >> 32), static_cast<int32_t>(stop & 0xFFFFFFFFu));
+        return;
+    }
+    vq::u16::bilinearInSlices(workers, count, pieces.height(), pieces);
+}
+
+constexpr int32_t kStartRow[] = {2, 2, 3, 3}, kStartColumn[] = {2, 3, 2, 3};
+
+vq::u16::EdgeRun edgeRunFor(const Frame &f, int label, uint16_t *dst, int32_t maximum) {
+    return vq::u16::edgeRunOf(f.src, f.h, f.w, dst, kStartRow[label], kStartColumn[label], maximum);
+}
+
+// Interleaved rows at dst from the run of phase `label` (the frame's own or the exchanged one).
+void edgeRun(const vq::u16::EdgeRun &r, int count, vq::Workers *workers, uint8_t *bandRows) {
+    if (workers == nullptr) vq::u16::edgeDriver(r);
+    else vq::u16::edgeInBands(workers, count, r, bandRows);
+}
+
+// The run of the exchanged phase gives every pixel its own rule but the top-left one: the RGGB rule
+// takes its blue from unclamped green estimates, the others from the greens written.
+void edgeTopLeft(const Frame &f, int label, unsigned char *dst, int32_t maximum) {
+    if (label == f.phase) return;
+    uint16_t px[3], below[3];
+    std::memcpy(px, dst, 6);
+    std::memcpy(below, dst + 6 * (ptrdiff_t{f.w} + 1), 6);
+    if (f.phase == kRGGB) {
+        px[2] = static_cast<uint16_t>(vq::u16::edgeTopLeftBlue(f.src, f.h, f.w, maximum)); // blue in red's place
+    } else if (label == kRGGB) {
+        const int32_t v = int32_t{px[1]} + static_cast<int32_t>(f.s(1, 1)) - int32_t{below[1]};
+        px[0] = static_cast<uint16_t>(v < 0 ? 0 : v > maximum ? maximum : v);
+    }
+    std::memcpy(dst, px, 6);
+}
+
+} // namespace
+
+VQP_EXTERN int32_t vqpDemosaicSetConfig16(ProcessingHandle *handle, const uint64_t *config) {
+    if (handle == nullptr || config == nullptr) return VQP_ERR_NULL_ARGUMENT;
+    Layout layout;
+    if (!layoutOf(*config, &layout)) return VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT;
+    handle->config16 = *config;
+    return VQP_OK;
+}
+
+VQP_EXTERN int32_t vqpDemosaicGetConfig16(const ProcessingHandle *handle, uint64_t *configOut) {
+    if (handle == nullptr || configOut == nullptr) return VQP_ERR_NULL_ARGUMENT;
+    *configOut = handle->config16;
+    return VQP_OK;
+}
+
+VQP_EXTERN int32_t vqpDemosaicing16(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out,
+                                    uint32_t threads) {
+    if (handle == nullptr || in == nullptr || out == nullptr || in->data == nullptr || out->data == nullptr)
+        return VQP_ERR_NULL_ARGUMENT;
+    if (in->height <= 3 || in->stride <= 3 || in->width <= 3) return VQP_ERR_BAD_DIMENSIONS;
+    if (static_cast<int32_t>(static_cast<uint32_t>(in->height) * static_cast<uint32_t>(in->width)) < 0)
+        return VQP_ERR_BAD_DIMENSIONS;
+    Input16 input;
+    if (!classify(in->pixelFormat, &input)) return VQP_ERR_UNSUPPORTED_INPUT_FORMAT;
+
+    const uint32_t h = static_cast<uint32_t>(in->height), w = static_cast<uint32_t>(in->width);
+    const ptrdiff_t n = ptrdiff_t{in->height} * in->width;
+    const uint64_t config = handle->config16;
+    Layout layout{};
+    const bool knownLayout = layoutOf(config, &layout);
+    const int requested = vq::threadCount(threads);
+    const int32_t maximum = static_cast<int32_t>((1u << input.bits) - 1u);
+    const bool known = method <= VQP_METHOD_EDGE;
+
+    // Scratch: the reassembled frame, interleaved rows for planar edge-directed output, band rows.
+    const bool direct = !input.packed && input.bits == 16 && int64_t{in->stride} == 2 * int64_t{w};
+    const int label = layout.redFirst && !layout.planar ? exchanged(input.phase) : input.phase;
+    const bool viaRows = known && method == VQP_METHOD_EDGE && layout.planar;
+    int edgeCount = 0;
+    vq::Workers *edgeWorkers = nullptr;
+    if (known && method == VQP_METHOD_EDGE) {
+        const Frame probe{nullptr, h, w, input.phase};
+        edgeCount = vq::u16::edgeThreads(edgeRunFor(probe, label, nullptr, maximum), requested);
+        edgeWorkers = vq::u16::workersFor(handle, edgeCount, n);
+    }
+    const auto rounded = [](int64_t bytes) { return (bytes + 63) / 64 * 64; };
+    const int64_t frameBytes = direct ? 0 : rounded(2 * int64_t{n});
+    const int64_t rowsBytes = viaRows ? rounded(6 * int64_t{n}) : 0;
+    const int64_t bandBytes = edgeWorkers != nullptr ? vq::u16::edgeBandBytes(w, edgeCount) : 0;
+    const int64_t need = frameBytes + rowsBytes + bandBytes + (frameBytes + rowsBytes > 0 ? 64 : 0);
+    if (need > INT32_MAX) return VQP_ERR_OUT_OF_MEMORY;
+    if (const int32_t rc = vqpMemRealloc(&handle->scratch, static_cast<int32_t>(need)); rc != VQP_OK) return rc;
+    if (!knownLayout) return VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT;
+
+    if (known) {
+        uint8_t *at = handle->scratch.data;
+        at += (64 - (reinterpret_cast<uintptr_t>(at) & 63u)) & 63u;
+        uint16_t *frame = reinterpret_cast<uint16_t *>(at);
+        uint16_t *rows = reinterpret_cast<uint16_t *>(at + frameBytes);
+        uint8_t *bandRows = at + frameBytes + rowsBytes;
+        vq::Workers *workers = vq::u16::workersFor(handle, requested, n);
+        if (!direct) readInput(workers, requested, *in, input, frame);
+        const Frame f{direct ? static_cast<const uint16_t *>(in->data) : frame, h, w, input.phase};
+        auto *dst = static_cast<unsigned char *>(out->data);
+
+        if (method == VQP_METHOD_NEAREST) {
+            nearest(f, outputOf(dst, n, layout, false));
+        } else if (method == VQP_METHOD_BILINEAR) {
+            bilinear(f, layout, dst, handle, requested);
+        } else {
+            unsigned char *target = viaRows ? reinterpret_cast<unsigned char *>(rows) : dst;
+            edgeRun(edgeRunFor(f, label, reinterpret_cast<uint16_t *>(target), maximum), edgeCount, edgeWorkers, bandRows);
+            edgeTopLeft(f, label, target, maximum);
+            if (viaRows) {
+                const Out16 planes = outputOf(dst, n, layout, false);
+                inParts(workers, requested, n, [&](ptrdiff_t i0, ptrdiff_t i1) { toPlanes(rows, i0, i1, planes); });
+            }
+        }
+        if (layout.fullRange && input.bits < 16)
+            inParts(workers, requested, 3 * n, [&](ptrdiff_t i0, ptrdiff_t i1) {
+                scaleSamples(dst + 2 * i0, i1 - i0, input.bits);
+            });
+    }
+    out->height = in->height;
+    out->width = in->width;
+    out->pixelFormat = static_cast<uint32_t>(config);
+    return VQP_OK;
+}
