@@ -24,6 +24,7 @@ struct VqgSinkFormat {
     const char *name;       /* the caps format string */
     uint32_t code;          /* the pixel-format code handed to the library */
     uint32_t phase8;        /* the 8-bit Bayer code of the same phase */
+    uint32_t code16;        /* the code handed to vqpDemosaicing16; 0 for 8-bit samples */
     VqgSampleLayout layout;
     int depth;              /* significant bits a sample */
 };
@@ -31,15 +32,19 @@ struct VqgSinkFormat {
 /* The four phases at every depth: 8-bit names as every element uses them, 16-bit containers as
  * GStreamer names them from 1.24 on, and the GigE Vision packed layouts under names of our own. */
 #define VQG_PHASE_FORMATS(p, P)                                                                          \
-    {#p, VQP_PIXEL_FORMAT_BAYER_##P##8, VQP_PIXEL_FORMAT_BAYER_##P##8, VQG_SAMPLES_8, 8},                \
-    {#p "10le", VQP_PIXEL_FORMAT_BAYER_##P##10, VQP_PIXEL_FORMAT_BAYER_##P##8, VQG_SAMPLES_16, 10},      \
-    {#p "12le", VQP_PIXEL_FORMAT_BAYER_##P##12, VQP_PIXEL_FORMAT_BAYER_##P##8, VQG_SAMPLES_16, 12},      \
-    {#p "14le", VQP_PIXEL_FORMAT_BAYER_##P##8, VQP_PIXEL_FORMAT_BAYER_##P##8, VQG_SAMPLES_16_SELF, 14},  \
-    {#p "16le", VQP_PIXEL_FORMAT_BAYER_##P##16, VQP_PIXEL_FORMAT_BAYER_##P##8, VQG_SAMPLES_16, 16},      \
+    {#p, VQP_PIXEL_FORMAT_BAYER_##P##8, VQP_PIXEL_FORMAT_BAYER_##P##8, 0, VQG_SAMPLES_8, 8},             \
+    {#p "10le", VQP_PIXEL_FORMAT_BAYER_##P##10, VQP_PIXEL_FORMAT_BAYER_##P##8,                           \
+     VQP_PIXEL_FORMAT_BAYER_##P##10, VQG_SAMPLES_16, 10},                                                \
+    {#p "12le", VQP_PIXEL_FORMAT_BAYER_##P##12, VQP_PIXEL_FORMAT_BAYER_##P##8,                           \
+     VQP_PIXEL_FORMAT_BAYER_##P##12, VQG_SAMPLES_16, 12},                                                \
+    {#p "14le", VQP_PIXEL_FORMAT_BAYER_##P##8, VQP_PIXEL_FORMAT_BAYER_##P##8,                            \
+     VQP_PIXEL_FORMAT_BAYER_##P##14, VQG_SAMPLES_16_SELF, 14},                                           \
+    {#p "16le", VQP_PIXEL_FORMAT_BAYER_##P##16, VQP_PIXEL_FORMAT_BAYER_##P##8,                           \
+     VQP_PIXEL_FORMAT_BAYER_##P##16, VQG_SAMPLES_16, 16},                                                \
     {#p "10packed", VQP_PIXEL_FORMAT_BAYER_##P##10_PACKED, VQP_PIXEL_FORMAT_BAYER_##P##8,                \
-     VQG_SAMPLES_PACKED, 10},                                                                            \
+     VQP_PIXEL_FORMAT_BAYER_##P##10_PACKED, VQG_SAMPLES_PACKED, 10},                                     \
     {#p "12packed", VQP_PIXEL_FORMAT_BAYER_##P##12_PACKED, VQP_PIXEL_FORMAT_BAYER_##P##8,                \
-     VQG_SAMPLES_PACKED, 12}
+     VQP_PIXEL_FORMAT_BAYER_##P##12_PACKED, VQG_SAMPLES_PACKED, 12}
 
 static const VqgSinkFormat vqg_sink_formats[] = {
     VQG_PHASE_FORMATS(rggb, RG), VQG_PHASE_FORMATS(grbg, GR), VQG_PHASE_FORMATS(gbrg, GB),
@@ -51,20 +56,23 @@ static const size_t vqg_n_sink_formats = sizeof vqg_sink_formats / sizeof vqg_si
 
 struct VqgSrcFormat {
     GstVideoFormat format;
-    uint64_t code;   /* the library's output format */
+    uint64_t code;   /* the library's output format (vqpDemosaicSetConfig16's when fullDepth) */
     int pixelBytes;  /* bytes a pixel of one plane */
     int planes;
+    bool fullDepth;  /* through vqpDemosaicing16, from deep input only */
 };
 
 /* In the order the element prefers them when downstream leaves the choice. */
 static const VqgSrcFormat vqg_src_formats[] = {
-    {GST_VIDEO_FORMAT_BGRx, VQP_PIXEL_FORMAT_BGRA8, 4, 1},
-    {GST_VIDEO_FORMAT_RGBx, VQP_PIXEL_FORMAT_RGBA8, 4, 1},
-    {GST_VIDEO_FORMAT_BGR, VQP_PIXEL_FORMAT_BGR8, 3, 1},
-    {GST_VIDEO_FORMAT_RGB, VQP_PIXEL_FORMAT_RGB8, 3, 1},
-    {GST_VIDEO_FORMAT_RGBP, VQP_PIXEL_FORMAT_RGB8_PLANAR, 1, 3},
-    {GST_VIDEO_FORMAT_BGRP, VQP_PIXEL_FORMAT_BGR8_PLANAR, 1, 3},
-    {GST_VIDEO_FORMAT_GRAY8, VQP_PIXEL_FORMAT_MONO8, 1, 1},
+    {GST_VIDEO_FORMAT_BGRx, VQP_PIXEL_FORMAT_BGRA8, 4, 1, false},
+    {GST_VIDEO_FORMAT_RGBx, VQP_PIXEL_FORMAT_RGBA8, 4, 1, false},
+    {GST_VIDEO_FORMAT_BGR, VQP_PIXEL_FORMAT_BGR8, 3, 1, false},
+    {GST_VIDEO_FORMAT_RGB, VQP_PIXEL_FORMAT_RGB8, 3, 1, false},
+    {GST_VIDEO_FORMAT_RGBP, VQP_PIXEL_FORMAT_RGB8_PLANAR, 1, 3, false},
+    {GST_VIDEO_FORMAT_BGRP, VQP_PIXEL_FORMAT_BGR8_PLANAR, 1, 3, false},
+    {GST_VIDEO_FORMAT_GRAY8, VQP_PIXEL_FORMAT_MONO8, 1, 1, false},
+    /* 16 bits a sample: R, G, B from the library scaled to the full range, alpha opaque. */
+    {GST_VIDEO_FORMAT_RGBA64_LE, VQP_PIXEL_FORMAT_RGB16 | VQP_OUTPUT16_FULL_RANGE, 8, 1, true},
 };
 
 static const size_t vqg_n_src_formats = sizeof vqg_src_formats / sizeof vqg_src_formats[0];

@@ -43,17 +43,23 @@ static GType gst_velqora_method_get_type(void) {
 
 /* ---- Caps ---------------------------------------------------------------------------------------- */
 
-static void set_format_list(GstStructure *s, bool bayer) {
+/* The format list of one side; `deep` keeps to the formats that pair with deep samples only (when the
+ * other side is RGBA64_LE), `shallow` leaves out the full-depth outputs (when it is an 8-bit format). */
+static void set_format_list(GstStructure *s, bool bayer, bool deep = false, bool shallow = false) {
     GValue list = G_VALUE_INIT, v = G_VALUE_INIT;
     g_value_init(&list, GST_TYPE_LIST);
     g_value_init(&v, G_TYPE_STRING);
     if (bayer) {
         for (size_t i = 0; i < vqg_n_sink_formats; i++) {
+            if (deep && !vqg_sink_formats[i].code16)
+                continue;
             g_value_set_string(&v, vqg_sink_formats[i].name);
             gst_value_list_append_value(&list, &v);
         }
     } else {
         for (size_t i = 0; i < vqg_n_src_formats; i++) {
+            if (shallow && vqg_src_formats[i].fullDepth)
+                continue;
             g_value_set_string(&v, gst_video_format_to_string(vqg_src_formats[i].format));
             gst_value_list_append_value(&list, &v);
         }
@@ -91,7 +97,10 @@ static GstCaps *gst_velqora_demosaic_transform_caps(GstBaseTransform *, GstPadDi
             if (v)
                 gst_structure_set_value(o, field, v);
         }
-        set_format_list(o, !to_raw);
+        const char *format = gst_structure_get_string(s, "format");
+        const VqgSinkFormat *in = to_raw ? vqg_find_sink_format(format) : NULL;
+        const VqgSrcFormat *out = to_raw || !format ? NULL : vqg_find_src_format(gst_video_format_from_string(format));
+        set_format_list(o, !to_raw, out && out->fullDepth, in && !in->code16);
         result = gst_caps_merge_structure(result, o);
     }
     if (filter) {
@@ -159,8 +168,16 @@ static gboolean gst_velqora_demosaic_set_caps(GstBaseTransform *bt, GstCaps *inc
         g_free(text);
         return FALSE;
     }
+    if (out->fullDepth && !in->code16) {
+        GST_ELEMENT_ERROR(self, CORE, NEGOTIATION,
+                          ("velqorademosaic cannot produce %s from 8-bit samples (format '%s')",
+                           gst_video_format_to_string(out->format), in->name),
+                          (NULL));
+        return FALSE;
+    }
     uint64_t config = out->code;
-    int32_t status = vqpDemosaicSetConfig(self->handle, &config);
+    int32_t status = out->fullDepth ? vqpDemosaicSetConfig16(self->handle, &config)
+                                    : vqpDemosaicSetConfig(self->handle, &config);
     if (status != VQP_OK) {
         GST_ELEMENT_ERROR(self, LIBRARY, SETTINGS, ("%s: %s", vqpStatusName(status), vqpStatusMessage(status)),
                           ("setting the output format %s", gst_video_format_to_string(out->format)));
@@ -258,6 +275,24 @@ static void clear_padding_once(GstBuffer *outbuf, guint8 *data, gsize bytes) {
         gst_mini_object_set_qdata(GST_MINI_OBJECT_CAST(mem), cleared, GINT_TO_POINTER(1), NULL);
 }
 
+/* R, G, B samples of 16 bits (the machine's order, rows packed) to RGBA64_LE rows, alpha opaque. */
+static void expand_rgb16(const guint8 *rgb, gint w, gint h, GstVideoFrame *frame) {
+    guint8 *to = (guint8 *)GST_VIDEO_FRAME_PLANE_DATA(frame, 0);
+    const gint toStride = GST_VIDEO_FRAME_PLANE_STRIDE(frame, 0);
+    for (gint y = 0; y < h; y++) {
+        const guint8 *from = rgb + (gsize)y * w * 3 * sizeof(guint16);
+        guint16 *row = (guint16 *)(void *)(to + (gsize)y * toStride);
+        for (gint x = 0; x < w; x++) {
+            guint16 sample[3];
+            memcpy(sample, from + (gsize)x * sizeof sample, sizeof sample);
+            row[4 * x + 0] = GUINT16_TO_LE(sample[0]);
+            row[4 * x + 1] = GUINT16_TO_LE(sample[1]);
+            row[4 * x + 2] = GUINT16_TO_LE(sample[2]);
+            row[4 * x + 3] = 0xFFFF;
+        }
+    }
+}
+
 static GstFlowReturn gst_velqora_demosaic_transform(GstBaseTransform *bt, GstBuffer *inbuf, GstBuffer *outbuf) {
     GstVelqoraDemosaic *self = GST_VELQORA_DEMOSAIC(bt);
     const VqgSinkFormat *f = self->in_format;
@@ -306,11 +341,13 @@ static GstFlowReturn gst_velqora_demosaic_transform(GstBaseTransform *bt, GstBuf
 
     /* The library compacts padded 8-bit rows in place; upstream's buffer is not ours to write, so such
      * rows are compacted into the work area instead. 14-bit samples are reduced here to the 8 bits
-     * the library keeps of every depth (the most significant ones). */
+     * the library keeps of every depth (the most significant ones). The full-depth entry point reads
+     * every deep layout where it lies and writes nothing into its input. */
     const guint8 *src = inMap.data + offset;
-    ImageFrame in = {h, w, f->code, (void *)src, (int32_t)stride};
+    ImageFrame in = {h, w, of->fullDepth ? f->code16 : f->code, (void *)src, (int32_t)stride};
     const gsize pixels = (gsize)w * (gsize)h;
-    if ((f->layout == VQG_SAMPLES_8 && stride != (guint64)w) || f->layout == VQG_SAMPLES_16_SELF) {
+    if (!of->fullDepth &&
+        ((f->layout == VQG_SAMPLES_8 && stride != (guint64)w) || f->layout == VQG_SAMPLES_16_SELF)) {
         if (!ensure_work(&self->in_work, &self->in_work_size, pixels)) {
             GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT, ("no memory for a %dx%d frame", w, h), (NULL));
             gst_buffer_unmap(inbuf, &inMap);
@@ -331,15 +368,16 @@ static GstFlowReturn gst_velqora_demosaic_transform(GstBaseTransform *bt, GstBuf
         return GST_FLOW_ERROR;
     }
     /* The library writes rows without padding and planes one after the other; when the output buffer
-     * is laid out so, it writes there, else into the work area and the rows are copied. */
+     * is laid out so, it writes there, else into the work area and the rows are copied. Full-depth
+     * output (three samples a pixel) always goes through the work area, to gain its alpha. */
     const gsize planeRow = (gsize)w * of->pixelBytes;
-    bool direct = true;
+    bool direct = !of->fullDepth;
     for (int p = 0; p < of->planes; p++)
         direct = direct && (gsize)GST_VIDEO_FRAME_PLANE_STRIDE(&frame, p) == planeRow &&
                  (guint8 *)GST_VIDEO_FRAME_PLANE_DATA(&frame, p) ==
                      (guint8 *)GST_VIDEO_FRAME_PLANE_DATA(&frame, 0) + p * planeRow * h;
     guint8 *dst = (guint8 *)GST_VIDEO_FRAME_PLANE_DATA(&frame, 0);
-    const gsize outBytes = planeRow * h * of->planes;
+    const gsize outBytes = of->fullDepth ? pixels * 3 * sizeof(guint16) : planeRow * h * of->planes;
 
     GST_OBJECT_LOCK(self);
     const guint method = self->method, threads = self->threads;
@@ -353,13 +391,16 @@ static GstFlowReturn gst_velqora_demosaic_transform(GstBaseTransform *bt, GstBuf
         if (direct && of->pixelBytes == 4 && method == VQP_METHOD_EDGE)
             clear_padding_once(outbuf, dst, outBytes);
         ImageFrame out = {0, 0, 0, direct ? dst : self->out_work, 0};
-        int32_t status = vqpDemosaicingParallel(self->handle, &in, method, &out, threads);
+        int32_t status = of->fullDepth ? vqpDemosaicing16(self->handle, &in, method, &out, threads)
+                                       : vqpDemosaicingParallel(self->handle, &in, method, &out, threads);
         if (status != VQP_OK) {
             GST_ELEMENT_ERROR(self, LIBRARY, FAILED,
                               ("%s: %s", vqpStatusName(status), vqpStatusMessage(status)),
                               ("converting a %dx%d %s frame to %s", w, h, f->name,
                                gst_video_format_to_string(of->format)));
             ret = GST_FLOW_ERROR;
+        } else if (of->fullDepth) {
+            expand_rgb16(self->out_work, w, h, &frame);
         } else if (!direct) {
             for (int p = 0; p < of->planes; p++) {
                 const guint8 *from = self->out_work + p * planeRow * h;
