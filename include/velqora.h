@@ -21,6 +21,8 @@
 #if defined(_WIN32)
 #  if defined(VELQORA_BUILDING)
 #    define VQP_API __declspec(dllexport)
+#  elif defined(VELQORA_STATIC) /* linking the library's objects directly, not velqora.dll */
+#    define VQP_API
 #  else
 #    define VQP_API __declspec(dllimport)
 #  endif

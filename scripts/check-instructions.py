@@ -15,6 +15,7 @@ of and the library itself, and fails, naming the function, when:
   - a function of the library that holds such an instruction is not a function local to a vector unit.
 
 usage: check-instructions.py BUILD_DIR...     check the library and objects of each build directory
+                                              (libvelqora.so, or velqora.dll of a MinGW-w64 build)
        check-instructions.py --self-test      plant faults in a small library and check they are found
 """
 
@@ -26,7 +27,8 @@ import sys
 import tempfile
 
 LEGACY_PREFIXES = {0x26, 0x2E, 0x36, 0x3E, 0x64, 0x65, 0x66, 0x67, 0xF0, 0xF2, 0xF3}
-VECTOR_UNIT = re.compile(r"_(avx2|avx512)\.c(pp)?\.o$")
+VECTOR_UNIT = re.compile(r"_(avx2|avx512)\.c(pp)?\.o(bj)?$")
+TOOLS = {"objdump": "objdump", "nm": "nm"} # the MinGW-w64 binutils for a Windows build
 UNIT_TABLE = re.compile(r"^_ZN2vq4simd(4avx2|6avx512)\d+kKernels\w*E$")
 
 
@@ -38,7 +40,7 @@ def vex_functions(path):
     """{function: first VEX/EVEX instruction} of an object or library."""
     found = {}
     function = None
-    for line in run("objdump", "-d", "--insn-width=15", "-w", path).splitlines():
+    for line in run(TOOLS["objdump"], "-d", "--insn-width=15", "-w", path).splitlines():
         m = re.match(r"^[0-9a-f]+ <(.+)>:$", line)
         if m:
             function = m.group(1)
@@ -62,7 +64,7 @@ def vex_functions(path):
 def symbols(path):
     """[(type letter, mangled name)] of the symbols an object defines."""
     out = []
-    for line in run("nm", "--defined-only", path).splitlines():
+    for line in run(TOOLS["nm"], "--defined-only", path).splitlines():
         fields = line.split()
         if len(fields) == 3:
             out.append((fields[1], fields[2]))
@@ -96,11 +98,11 @@ def check(library, objects):
                                     "table may be: other code could reach this copy before the check")
             elif kind in "tT":
                 vector_locals.add(sym)
-        sections = run("objdump", "-h", obj)
+        sections = run(TOOLS["objdump"], "-h", obj)
         if re.search(r"\s\.(init_array|ctors)\b", sections):
             problems.append(f"{name}: has static initialisers (.init_array), which run at load time")
     lib_symbols = {}
-    for line in run("nm", "--defined-only", library).splitlines():
+    for line in run(TOOLS["nm"], "--defined-only", library).splitlines():
         fields = line.split()
         if len(fields) == 3:
             lib_symbols.setdefault(fields[2], set()).add(fields[1])
@@ -114,10 +116,16 @@ def check(library, objects):
 
 def check_build(build):
     libraries = [p for p in glob.glob(os.path.join(build, "libvelqora.so*")) if not os.path.islink(p)]
-    objects = sorted(glob.glob(os.path.join(build, "CMakeFiles", "velqora_objects.dir", "**", "*.o"),
+    pattern = "*.o"
+    if not libraries and os.path.exists(os.path.join(build, "velqora.dll")):
+        libraries, pattern = [os.path.join(build, "velqora.dll")], "*.obj"
+        TOOLS.update(objdump="x86_64-w64-mingw32-objdump", nm="x86_64-w64-mingw32-nm")
+    else:
+        TOOLS.update(objdump="objdump", nm="nm")
+    objects = sorted(glob.glob(os.path.join(build, "CMakeFiles", "velqora_objects.dir", "**", pattern),
                                recursive=True))
     if not libraries or not objects:
-        print(f"check-instructions: {build}: no libvelqora.so or no objects: build it first")
+        print(f"check-instructions: {build}: no libvelqora.so or velqora.dll, or no objects: build it first")
         return False
     vector_units = [o for o in objects if VECTOR_UNIT.search(o)]
     problems = check(libraries[0], objects)

@@ -33,10 +33,29 @@ if [ "${1:-}" = aarch64 ]; then
   command -v aarch64-linux-gnu-g++ >/dev/null 2>&1 || need+=(g++-aarch64-linux-gnu)
 fi
 
-if [ ${#need[@]} -gt 0 ]; then
-  echo "setup: installing ${need[*]}"
+# `setup.sh windows`: the MinGW-w64 cross compiler (posix threads) and Wine's 64-bit loader.
+# `setup.sh csharp`: Mono's C# compiler and runtime. These come without recommended packages (Wine's
+# would bring fonts, media and 32-bit support that no test uses).
+lean=()
+if [ "${1:-}" = windows ]; then
+  command -v x86_64-w64-mingw32-g++-posix >/dev/null 2>&1 || lean+=(g++-mingw-w64-x86-64-posix)
+  [ -x /usr/lib/wine/wine64 ] || lean+=(wine wine64)
+fi
+if [ "${1:-}" = csharp ]; then
+  command -v mcs >/dev/null 2>&1 || lean+=(mono-mcs)
+  command -v mono >/dev/null 2>&1 || lean+=(mono-runtime)
+fi
+
+if [ ${#need[@]} -gt 0 ] || [ ${#lean[@]} -gt 0 ]; then
   SUDO=""
   [ "$(id -u)" -ne 0 ] && SUDO="sudo"
   $SUDO apt-get update -qq
+fi
+if [ ${#need[@]} -gt 0 ]; then
+  echo "setup: installing ${need[*]}"
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${need[@]}"
+fi
+if [ ${#lean[@]} -gt 0 ]; then
+  echo "setup: installing ${lean[*]}"
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${lean[@]}"
 fi

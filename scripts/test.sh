@@ -52,5 +52,11 @@ cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELQORA_BU
 cmake --build build/tsan -j "$jobs" --target test_parallel
 TSAN_OPTIONS=halt_on_error=1 build/tsan/tests/test_parallel
 
+echo "== The C# binding under Mono, against the conversions a C program writes in the same run"
+bash scripts/test-csharp.sh
+
 echo "== AArch64 cross build, tests under qemu at the scalar and NEON levels"
 bash scripts/test-aarch64.sh
+
+echo "== Windows x64 cross build (MinGW-w64): velqora.dll, its exported names, the tests under Wine"
+bash scripts/test-windows.sh

@@ -24,8 +24,8 @@ void expectMatchesModel(const Mosaic &m) {
             for (size_t i = line; want.size() == 4 * m.s.size() && i < want.size(); ++i)
                 if (i % 4 == 3) want[i] = uint8_t(edgeLineEntry(model, p, int(i - line)));
             const auto run = demosaic(m, p, config, VQP_METHOD_EDGE, kFill);
-            const long at = std::mismatch(run.out.begin(), run.out.end(), want.begin()).first - run.out.begin();
-            ASSERT_EQ(at, long(want.size())) << phaseName(p) << " " << m.h << "x" << m.w << " format " << config;
+            const ptrdiff_t at = std::mismatch(run.out.begin(), run.out.end(), want.begin()).first - run.out.begin();
+            ASSERT_EQ(at, ptrdiff_t(want.size())) << phaseName(p) << " " << m.h << "x" << m.w << " format " << config;
         }
     }
 }

@@ -3,8 +3,12 @@
 // width from 4 to a few vector widths, with guard bytes around every output and input that ends at an
 // unreadable page. A failure names the seed, the level, the case and the first differing byte.
 #include <gtest/gtest.h>
+#if defined(_WIN32)
+#include <windows.h>
+#else
 #include <sys/mman.h>
 #include <unistd.h>
+#endif
 
 #include <cstring>
 #include <functional>
@@ -27,6 +31,18 @@ constexpr uint32_t kSeed = 20261122;
 // Bytes whose end touches a page that cannot be read or written: any access past the end faults.
 class PageEnd {
 public:
+#if defined(_WIN32)
+    explicit PageEnd(size_t bytes) : page_(4096) {
+        const size_t body = (bytes + page_ - 1) / page_ * page_;
+        length_ = body + page_;
+        base_ = static_cast<uint8_t *>(VirtualAlloc(nullptr, length_, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+        if (!base_) throw std::runtime_error("VirtualAlloc");
+        DWORD old;
+        VirtualProtect(base_ + body, page_, PAGE_NOACCESS, &old);
+        data_ = base_ + body - bytes;
+    }
+    ~PageEnd() { VirtualFree(base_, 0, MEM_RELEASE); }
+#else
     explicit PageEnd(size_t bytes) : page_(size_t(sysconf(_SC_PAGESIZE))) {
         const size_t body = (bytes + page_ - 1) / page_ * page_;
         length_ = body + page_;
@@ -36,6 +52,7 @@ public:
         data_ = base_ + body - bytes;
     }
     ~PageEnd() { munmap(base_, length_); }
+#endif
     PageEnd(const PageEnd &) = delete;
     PageEnd &operator=(const PageEnd &) = delete;
     uint8_t *data() { return data_; }

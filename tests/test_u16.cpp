@@ -54,7 +54,7 @@ std::vector<uint16_t> runEdge(const Mosaic16 &m, int phase) {
 std::string firstDifference(const std::vector<uint16_t> &got, const std::vector<uint16_t> &want, int w) {
     const auto [g, e] = std::mismatch(got.begin(), got.end(), want.begin());
     if (g == got.end()) return "";
-    const long i = g - got.begin();
+    const ptrdiff_t i = g - got.begin();
     return "pixel " + std::to_string(i / 3 / w) + "," + std::to_string(i / 3 % w) + " sample " +
            std::to_string(i % 3) + ": got " + std::to_string(*g) + ", want " + std::to_string(*e);
 }
@@ -135,7 +135,7 @@ TEST(U16, EdgeKernelWithoutRowPairsDoesNothing) {
     std::vector<uint16_t> src(12 * 12, 100), dst(12 * 12 * 3, kUnwritten);
     for (uint32_t rows : {0u, 1u, 0xFFFFFFFFu})
         EXPECT_EQ(edgeSecRGGBU16(src.data() + 24, dst.data() + 72, rows, 12, 2, 4095), 0u) << rows;
-    EXPECT_EQ(std::count(dst.begin(), dst.end(), kUnwritten), long(dst.size()));
+    EXPECT_EQ(std::count(dst.begin(), dst.end(), kUnwritten), ptrdiff_t(dst.size()));
 }
 
 // A frame inside a packet buffer: input and output at odd addresses give the bytes of aligned buffers.
