@@ -13,6 +13,17 @@ for f in include/velqora.h lib/libvelqora.so lib/cmake/Velqora/VelqoraConfig.cma
   [ -e "$prefix/$f" ] || { echo "check-package: $f was not installed" >&2; exit 1; }
 done
 
+if [ -n "$(find "$build" -name libgstvelqora.so -print -quit)" ]; then
+  echo "-- the installed GStreamer plugin"
+  plugin=$(find "$prefix" -name libgstvelqora.so -print -quit)
+  [ -n "$plugin" ] || { echo "check-package: libgstvelqora.so was not installed" >&2; exit 1; }
+  GST_PLUGIN_PATH=$(dirname "$plugin") GST_REGISTRY="$work/registry.bin" gst-inspect-1.0 velqorademosaic \
+    > "$work/inspect.txt"
+  for word in video/x-bayer rggb12packed video/x-raw BGRx method threads; do
+    grep -q "$word" "$work/inspect.txt" || { echo "check-package: gst-inspect-1.0 lists no $word" >&2; exit 1; }
+  done
+fi
+
 echo "-- consumer through find_package(Velqora)"
 cmake -S examples -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work/cmake" >/dev/null

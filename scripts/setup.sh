@@ -16,6 +16,14 @@ command -v clang++ >/dev/null 2>&1 || need+=(clang)
 /usr/bin/python3 -c "import pybind11" >/dev/null 2>&1 || need+=(python3-pybind11)
 /usr/bin/python3 -c "import pytest" >/dev/null 2>&1 || need+=(python3-pytest)
 [ -n "$(ls /usr/include/python3*/Python.h 2>/dev/null)" ] || need+=(python3-dev)
+# The GStreamer plugin (gst/): GStreamer 1.22's development files, the tools and plugins its tests and
+# README pipelines use, and the GigE Vision camera simulator with the aravissrc element (aravis-tools).
+pkg-config --exists gstreamer-video-1.0 2>/dev/null || need+=(libgstreamer-plugins-base1.0-dev)
+command -v gst-launch-1.0 >/dev/null 2>&1 || need+=(gstreamer1.0-tools)
+[ -n "$(ls /usr/lib/*/gstreamer-1.0/libgstvideotestsrc.so 2>/dev/null)" ] || need+=(gstreamer1.0-plugins-base)
+[ -n "$(ls /usr/lib/*/gstreamer-1.0/libgstmultifile.so 2>/dev/null)" ] || need+=(gstreamer1.0-plugins-good)
+[ -n "$(ls /usr/lib/*/gstreamer-1.0/libgstbayer.so 2>/dev/null)" ] || need+=(gstreamer1.0-plugins-bad)
+command -v arv-fake-gv-camera-0.8 >/dev/null 2>&1 || need+=(aravis-tools)
 # The emulated processors of the tests (older x86-64 processors, and AArch64), and the disassembler of the
 # instruction check.
 command -v qemu-x86_64 >/dev/null 2>&1 || need+=(qemu-user)

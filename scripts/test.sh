@@ -9,7 +9,7 @@ bash scripts/setup.sh
 jobs=$(nproc 2>/dev/null || echo 2)
 
 echo "== Release build and tests"
-cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELQORA_BUILD_BENCH=ON
+cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELQORA_BUILD_BENCH=ON -DVELQORA_GSTREAMER=ON
 cmake --build build/release -j "$jobs"
 ctest --test-dir build/release --output-on-failure -j "$jobs"
 
@@ -24,7 +24,8 @@ echo "== Install into a temporary prefix; build the example consumer through CMa
 bash scripts/check-package.sh build/release
 
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer build and tests"
-cmake -S . -B build/sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=-O1 -DVELQORA_SANITIZE=ON
+cmake -S . -B build/sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=-O1 -DVELQORA_SANITIZE=ON \
+  -DVELQORA_GSTREAMER=ON
 cmake --build build/sanitize -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build/sanitize --output-on-failure -j "$jobs"
