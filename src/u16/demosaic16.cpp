@@ -18,6 +18,7 @@
 
 #include "core/handle.h"
 #include "core/workers.h"
+#include "simd/dispatch.h"
 #include "u16/edge_u16.h"
 #include "u16/parallel_u16.h"
 #include "u16/u16_common.h"
@@ -83,6 +84,10 @@ bool layoutOf(uint64_t config, Layout *layout) {
 void unpackRun(const unsigned char *run, ptrdiff_t i0, ptrdiff_t i1, int lowBits, uint16_t *dst) {
     const unsigned lowMask = (1u << lowBits) - 1u;
     ptrdiff_t i = i0;
+    if (const auto vector = vq::simd::table().u16UnpackSamples; vector != nullptr && i1 > i0) {
+        const ptrdiff_t bytes = 3 * ((i1 - i0) / 2) + 2 * ((i1 - i0) & 1); // what the loop below reads
+        i += 2 * vector(run + i0 / 2 * 3, (i1 - i0) / 2, bytes, lowBits, reinterpret_cast<unsigned char *>(dst + i0));
+    }
     for (; i + 1 < i1; i += 2) {
         const unsigned char *p = run + i / 2 * 3;
         dst[i] = static_cast<uint16_t>(unsigned{p[0]} << lowBits | (p[1] & lowMask));
@@ -94,22 +99,64 @@ void unpackRun(const unsigned char *run, ptrdiff_t i0, ptrdiff_t i1, int lowBits
     }
 }
 
-// Rows [y0, y1) of the input as packed rows of full samples at dst (the whole frame's rows).
-void readRows(const ImageFrame &in, const Input16 &f, int32_t y0, int32_t y1, uint16_t *dst) {
-    const ptrdiff_t w = in.width, stride = in.stride;
-    const auto *base = static_cast<const unsigned char *>(in.data);
-    const uint16_t mask = static_cast<uint16_t>((1u << f.bits) - 1u);
-    for (ptrdiff_t y = y0; y < y1; ++y) {
-        uint16_t *row = dst + y * w;
-        if (f.packed) {
-            unpackRun(base + y * stride, 0, w, f.bits - 8, row);
-            continue;
-        }
-        std::memcpy(row, base + y * stride, static_cast<size_t>(2 * w));
-        if (f.bits < 16)
-            for (ptrdiff_t x = 0; x < w; ++x) row[x] = static_cast<uint16_t>(row[x] & mask);
+// n samples of 16-bit containers at `row` (any address) into dst, bits above `bits` dropped.
+void maskRun(const unsigned char *row, ptrdiff_t n, int bits, uint16_t *dst) {
+    if (bits == 16) {
+        std::memcpy(dst, row, static_cast<size_t>(2 * n));
+        return;
     }
+    const uint16_t mask = static_cast<uint16_t>((1u << bits) - 1u);
+    ptrdiff_t x = 0;
+    if (const auto vector = vq::simd::table().u16MaskSamples; vector != nullptr)
+        x = vector(row, n, mask, reinterpret_cast<unsigned char *>(dst));
+    for (; x < n; ++x) dst[x] = static_cast<uint16_t>(vq::u16::Src16{row}[x] & mask);
 }
+
+// The input as packed rows of full samples at `frame` (the whole frame's rows), converted on demand: the
+// kernels on one thread ask for rows just ahead of themselves, so what is converted is still in the cache
+// when they read it.
+struct Source {
+    const ImageFrame &in;
+    Input16 f;
+    uint16_t *frame;
+    int32_t ready = 0; // rows [0, ready) converted
+
+    const unsigned char *base() const { return static_cast<const unsigned char *>(in.data); }
+    // Packed rows with no padding are one run of samples whose pairs straddle row ends.
+    bool oneRun() const { return f.packed && in.stride == in.width + (in.width >> 1); }
+    ptrdiff_t samples() const { return ptrdiff_t{in.height} * in.width; }
+
+    // Samples [y * w + x0, y * w + x1) of rows [y0, y1).
+    void part(int32_t y0, int32_t y1, ptrdiff_t x0, ptrdiff_t x1) const {
+        const ptrdiff_t w = in.width, stride = in.stride;
+        for (ptrdiff_t y = y0; y < y1; ++y) {
+            if (oneRun()) {
+                const ptrdiff_t i0 = (y * w + x0) & ~ptrdiff_t{1}; // a pair starts at an even sample
+                unpackRun(base(), i0, std::min(y * w + x1, samples()), f.bits - 8, frame);
+            } else if (f.packed) {
+                unpackRun(base() + y * stride, x0, x1, f.bits - 8, frame + y * w); // x0 even
+            } else {
+                maskRun(base() + y * stride + 2 * x0, x1 - x0, f.bits, frame + y * w + x0);
+            }
+        }
+    }
+    void rows(int32_t y0, int32_t y1) const {
+        if (oneRun() && y1 > y0) { // in one go
+            const ptrdiff_t w = in.width;
+            unpackRun(base(), (y0 * w) & ~ptrdiff_t{1}, y1 * w, f.bits - 8, frame);
+            return;
+        }
+        part(y0, y1, 0, in.width);
+    }
+    // Rows [0, y) ready.
+    void upTo(int32_t y) {
+        y = std::min(y, in.height);
+        if (y > ready) rows(ready, y);
+        ready = std::max(ready, y);
+    }
+    // Columns [0, x) of every row ready.
+    void leftColumns(int32_t x) const { part(0, in.height, 0, std::min(x, in.width)); }
+};
 
 // Runs fn(begin, end) over [0, n) in `count` parts on `workers`, or whole on the calling thread.
 template <class Fn>
@@ -121,19 +168,26 @@ void inParts(vq::Workers *workers, int count, ptrdiff_t n, const Fn &fn) {
     workers->run(count, [&](int k) { fn(n * k / count, n * (k + 1) / count); });
 }
 
-void readInput(vq::Workers *workers, int count, const ImageFrame &in, const Input16 &f, uint16_t *dst) {
-    const int32_t h = in.height, w = in.width;
-    if (f.packed && in.stride == w + (w >> 1)) { // one run of samples, pairs across row ends
-        const ptrdiff_t n = ptrdiff_t{h} * w;
-        const auto *run = static_cast<const unsigned char *>(in.data);
+// The whole input at once, in parts on the workers.
+void readInput(vq::Workers *workers, int count, Source &source) {
+    const ptrdiff_t h = source.in.height, w = source.in.width;
+    if (source.oneRun()) { // split at pairs
+        const ptrdiff_t n = h * w;
         inParts(workers, count, n / 2, [&](ptrdiff_t g0, ptrdiff_t g1) {
-            unpackRun(run, 2 * g0, g1 == n / 2 ? n : 2 * g1, f.bits - 8, dst);
+            unpackRun(source.base(), 2 * g0, g1 == n / 2 ? n : 2 * g1, source.f.bits - 8, source.frame);
         });
-        return;
+    } else {
+        inParts(workers, count, h, [&](ptrdiff_t y0, ptrdiff_t y1) {
+            source.part(static_cast<int32_t>(y0), static_cast<int32_t>(y1), 0, w);
+        });
     }
-    inParts(workers, count, h, [&](ptrdiff_t y0, ptrdiff_t y1) {
-        readRows(in, f, static_cast<int32_t>(y0), static_cast<int32_t>(y1), dst);
-    });
+    source.ready = source.in.height;
+}
+
+// Rows a band of the kernels on one thread reads at a time: about 128 KiB of samples, an even number.
+int32_t rowsPerBand(uint32_t width) {
+    const int64_t rows = (int64_t{1} << 16) / int64_t{width};
+    return static_cast<int32_t>(std::clamp<int64_t>(rows, 4, 64) & ~int64_t{1});
 }
 
 // ---- output ---------------------------------------------------------------------------------------
@@ -284,7 +338,29 @@ struct BilinearPieces {
     }
 };
 
-void bilinear(const Frame &f, const Layout &layout, unsigned char *out, ProcessingHandle *handle, int threads) {
+// On one thread with input still to convert: the body in bands of row pairs, each band's rows converted just
+// before it, then the first and last rows and columns (the pieces read only the source and write
+// different pixels, so their order does not matter).
+bool bilinearAhead(const BilinearPieces &pieces, Source &source) {
+    const int32_t h = static_cast<int32_t>(pieces.height()), below = pieces.greenFirst ? 1 : 0;
+    const int32_t lastPairEnd = h - 1 - (h & 1), pairs = (lastPairEnd - 1) / 2, band = rowsPerBand(pieces.f.w) / 2;
+    if (pairs < 2 * band) return false;
+    uint64_t stop = 0;
+    int32_t stopRow = 0;
+    for (int32_t p0 = 0; p0 < pairs; p0 += band) {
+        const int32_t first = 1 + 2 * p0, end = 1 + 2 * std::min(pairs, p0 + band);
+        source.upTo(below + end + 1);
+        stop = pieces.body(first - 1, static_cast<uint32_t>(end - first + 2));
+        stopRow = static_cast<int32_t>(stop >> 32) + (first - 1);
+    }
+    source.upTo(static_cast<int32_t>(pieces.f.h));
+    pieces.first();
+    pieces.last(stopRow, static_cast<int32_t>(stop & 0xFFFFFFFFu));
+    return true;
+}
+
+void bilinear(const Frame &f, const Layout &layout, unsigned char *out, ProcessingHandle *handle, int threads,
+              Source *ahead) {
     const ptrdiff_t n = ptrdiff_t{f.h} * f.w;
     const bool swapRB = f.phase == kBGGR || f.phase == kGRBG; // the pieces take blue sites for red ones
     BilinearPieces pieces{};
@@ -298,6 +374,8 @@ void bilinear(const Frame &f, const Layout &layout, unsigned char *out, Processi
     const int count = vq::u16::bilinearThreads(threads, pieces.height());
     vq::Workers *workers = vq::u16::workersFor(handle, count, n);
     if (workers == nullptr) {
+        if (ahead != nullptr && bilinearAhead(pieces, *ahead)) return;
+        if (ahead != nullptr) ahead->upTo(static_cast<int32_t>(f.h));
         pieces.first();
         const uint64_t stop = pieces.body(0, pieces.height());
         pieces.last(static_cast<int32_t>(stop >> 32), static_cast<int32_t>(stop & 0xFFFFFFFFu));
@@ -312,9 +390,26 @@ vq::u16::EdgeRun edgeRunFor(const Frame &f, int label, uint16_t *dst, int32_t ma
     return vq::u16::edgeRunOf(f.src, f.h, f.w, dst, kStartRow[label], kStartColumn[label], maximum);
 }
 
+// The driver on one thread with input still to convert: the rows and columns that the borders before the
+// kernel read, then the kernel in bands of rows, each band's rows converted just before it.
+void edgeAhead(const vq::u16::EdgeRun &r, Source &source) {
+    source.upTo(r.startRow + 4);
+    source.leftColumns(8);
+    vq::u16::edgeBefore(r);
+    const uint32_t kernelRows = vq::u16::edgeKernelRows(r);
+    const int32_t rowEnd = static_cast<int32_t>(kernelRows - 1u), step = rowsPerBand(r.width);
+    for (int32_t t = 0; t < rowEnd; t += step) {
+        source.upTo(r.startRow + t + step + 2); // a pair from row y reads rows y - 2 .. y + 3
+        vq::u16::edgeKernelPart(r, t, t + step);
+    }
+    source.upTo(static_cast<int32_t>(r.height));
+    vq::u16::edgeAfter(r, vq::u16::edgeKernelStop(kernelRows, r.width, r.startColumn));
+}
+
 // Interleaved rows at dst from the run of phase `label` (the frame's own or the exchanged one).
-void edgeRun(const vq::u16::EdgeRun &r, int count, vq::Workers *workers, uint8_t *bandRows) {
-    if (workers == nullptr) vq::u16::edgeDriver(r);
+void edgeRun(const vq::u16::EdgeRun &r, int count, vq::Workers *workers, uint8_t *bandRows, Source *ahead) {
+    if (workers == nullptr && ahead != nullptr) edgeAhead(r, *ahead);
+    else if (workers == nullptr) vq::u16::edgeDriver(r);
     else vq::u16::edgeInBands(workers, count, r, bandRows);
 }
 
@@ -396,17 +491,22 @@ VQP_EXTERN int32_t vqpDemosaicing16(ProcessingHandle *handle, const ImageFrame *
         uint16_t *rows = reinterpret_cast<uint16_t *>(at + frameBytes);
         uint8_t *bandRows = at + frameBytes + rowsBytes;
         vq::Workers *workers = vq::u16::workersFor(handle, requested, n);
-        if (!direct) readInput(workers, requested, *in, input, frame);
+        // On one thread the kernels convert the input as they go; on several it is converted first, in parts.
+        Source source{*in, input, frame};
+        Source *ahead = nullptr;
+        if (!direct && (workers != nullptr || method == VQP_METHOD_NEAREST)) readInput(workers, requested, source);
+        else if (!direct) ahead = &source;
         const Frame f{direct ? static_cast<const uint16_t *>(in->data) : frame, h, w, input.phase};
         auto *dst = static_cast<unsigned char *>(out->data);
 
         if (method == VQP_METHOD_NEAREST) {
             nearest(f, outputOf(dst, n, layout, false));
         } else if (method == VQP_METHOD_BILINEAR) {
-            bilinear(f, layout, dst, handle, requested);
+            bilinear(f, layout, dst, handle, requested, ahead);
         } else {
             unsigned char *target = viaRows ? reinterpret_cast<unsigned char *>(rows) : dst;
-            edgeRun(edgeRunFor(f, label, reinterpret_cast<uint16_t *>(target), maximum), edgeCount, edgeWorkers, bandRows);
+            edgeRun(edgeRunFor(f, label, reinterpret_cast<uint16_t *>(target), maximum), edgeCount, edgeWorkers, bandRows,
+                    ahead);
             edgeTopLeft(f, label, target, maximum);
             if (viaRows) {
                 const Out16 planes = outputOf(dst, n, layout, false);
