@@ -112,12 +112,13 @@ VQP_EXTERN uint64_t edgeSecRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t 
     return vq::u16::edgeKernelStop(rows, width, startColumn);
 }
 
-void vq::u16::edgeKernelPart(const EdgeRun &r, int32_t firstRow, int32_t endRow) {
+void vq::u16::edgeKernelPart(const EdgeRun &r, int32_t firstRow, int32_t endRow, const uint16_t *rows) {
     const int32_t rowEnd = static_cast<int32_t>(edgeKernelRows(r) - 1u);
     if (rowEnd < 1 || firstRow >= rowEnd) return;
-    const ptrdiff_t w = r.width;
-    kernelPairs(r.src + r.startRow * w, r.dst + r.startRow * 3 * w, rowEnd, r.width, r.startColumn, r.maximum,
-                firstRow, endRow < rowEnd ? endRow : rowEnd);
+    const ptrdiff_t w = r.width, y = r.startRow + firstRow;
+    // Counted from the part's first pair, row pairs still start below rowEnd - firstRow.
+    kernelPairs(rows + 2 * w, r.dst + y * 3 * w, rowEnd - firstRow, r.width, r.startColumn, r.maximum, 0,
+                (endRow < rowEnd ? endRow : rowEnd) - firstRow);
 }
 
 uint64_t vq::u16::edgeKernelStop(uint32_t rows, uint32_t width, int32_t startColumn) {
