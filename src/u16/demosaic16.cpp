@@ -1,8 +1,10 @@
 // The full-depth entry point: any Bayer phase, depth (10, 12, 14, 16 bits) and packing to 16-bit colour.
 //
 // The input is used where it lies when it already is what the kernels read (16-bit samples, rows packed);
-// otherwise it is first reassembled into packed rows of full samples, bits above the depth dropped, in the
-// handle's scratch block. The kernels are those of the RGGB bilinear and the edge-directed drivers:
+// otherwise it is reassembled into rows of full samples, bits above the depth dropped, in the handle's
+// scratch block: on one thread a band of rows at a time, just before the kernels read it, and the border
+// strips into a frame-sized block for the border pieces; on several threads the whole frame first. The
+// kernels are those of the RGGB bilinear and the edge-directed drivers:
 //   - bilinear: the RGGB pieces serve RGGB frames and, with red and blue exchanged, BGGR frames; GBRG
 //     frames (and GRBG, exchanged) are RGGB frames without their first row, so the pieces run on the frame
 //     from row 1 down after rows 0 and 1 are done here, pixel by pixel, by the same rule;
