@@ -435,3 +435,57 @@ TEST_F(LevelCheck, SixteenBitEdgeAtEverySize) {
 }
 
 } // namespace
+
+namespace {
+
+// The full-depth entry point on deep and packed input, which it reassembles into full samples: every width
+// up to a few vector widths (each remainder of the reassembly), tight and padded rows and packed runs,
+// frames tall enough to be converted band by band ahead of the kernels, both methods, interleaved and
+// planar; random bytes (stray bits above the depth), input ending at an unreadable page, guarded output.
+TEST_F(LevelCheck, FullDepthInputAtEveryWidth) {
+    std::mt19937 rng(kSeed + 21);
+    const uint32_t codes[] = {VQP_PIXEL_FORMAT_BAYER_GR10, VQP_PIXEL_FORMAT_BAYER_RG12, VQP_PIXEL_FORMAT_BAYER_GB14,
+                              VQP_PIXEL_FORMAT_BAYER_BG16, VQP_PIXEL_FORMAT_BAYER_BG12_PACKED,
+                              VQP_PIXEL_FORMAT_BAYER_GR10_PACKED};
+    const uint64_t layouts[] = {VQP_PIXEL_FORMAT_BGR16, VQP_PIXEL_FORMAT_RGB16_PLANAR};
+    int k = 0;
+    for (int w = 4; w <= 100; ++w)
+        for (int h : {5, 134}) {
+            if (h > 5 && w % 8 != 1 && w % 16 != 0) continue;
+            for (const uint32_t code : codes) {
+                const bool packed = (code >> 16 & 0xFF) == 0x0C;
+                const int tight = packed ? 3 * (w / 2) + 2 * (w & 1) : 2 * w;
+                // Packed: one run of samples (pairs across row ends), then rows of their own; 16-bit containers:
+                // tight rows, then rows padded to an odd stride.
+                const int strides[] = {packed ? w + (w >> 1) : tight, tight + 3};
+                for (const int stride : strides) {
+                    const size_t n = size_t(h) * size_t(w);
+                    const bool run = packed && stride == w + (w >> 1);
+                    const size_t bytes = run ? 3 * (n / 2) + 2 * (n & 1) : size_t(stride) * size_t(h);
+                    std::vector<uint8_t> raw(bytes);
+                    for (auto &v : raw) v = uint8_t(rng());
+                    const uint64_t config = layouts[k++ % 2];
+                    for (uint32_t method : {VQP_METHOD_BILINEAR, VQP_METHOD_EDGE})
+                        ASSERT_TRUE(same("code " + std::to_string(code) + " " + std::to_string(h) + "x" +
+                                             std::to_string(w) + " stride " + std::to_string(stride) + " method " +
+                                             std::to_string(method),
+                                         [&] {
+                                             PageEnd in(raw.size());
+                                             std::memcpy(in.data(), raw.data(), raw.size());
+                                             Guarded out(6 * n);
+                                             ProcessingHandle *handle = nullptr;
+                                             vqpCreate(&handle);
+                                             vqpDemosaicSetConfig16(handle, &config);
+                                             ImageFrame fi{h, w, code, in.data(), stride}, fo{0, 0, 0, out.data(), 0};
+                                             const int32_t rc = vqpDemosaicing16(handle, &fi, method, &fo, 1);
+                                             vqpRelease(&handle);
+                                             std::vector<uint8_t> result(out.bytes);
+                                             result.push_back(uint8_t(rc));
+                                             return result;
+                                         }));
+                }
+            }
+        }
+}
+
+} // namespace

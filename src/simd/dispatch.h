@@ -105,6 +105,15 @@ struct Kernels16 {
     // and blue, and the row above where it writes red: no other thread may write those rows meanwhile.
     int32_t (*u16EdgePair)(const unsigned char *s0, ptrdiff_t w, unsigned char *d0, int32_t x0, int32_t columnEnd,
                            int32_t maximum) = nullptr;
+
+    // Deep input as full samples (src/simd/kernels16.h); both return how far they got, a multiple of their
+    // width, and take byte addresses. Samples of 16-bit containers with the bits above the depth dropped:
+    // dst[i] = src[i] & mask for i < n.
+    ptrdiff_t (*u16MaskSamples)(const unsigned char *src, ptrdiff_t n, uint32_t mask, unsigned char *dst) = nullptr;
+    // Packed pairs (two samples in three bytes, `lowBits` 2 or 4 of each in byte 1): groups g < `groups`
+    // into samples 2g and 2g + 1, reading no byte at or past src + srcBytes.
+    ptrdiff_t (*u16UnpackSamples)(const unsigned char *src, ptrdiff_t groups, ptrdiff_t srcBytes, int32_t lowBits,
+                                  unsigned char *dst) = nullptr;
 };
 
 

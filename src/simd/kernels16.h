@@ -209,9 +209,50 @@ int32_t edgePair(const unsigned char *s0, ptrdiff_t w, unsigned char *d0, int32_
     return static_cast<int32_t>(x);
 }
 
+// ---- deep input as full samples --------------------------------------------------------------------------
+
+// 16-bit containers with bits above the depth: dst[i] = src[i] & mask for i below n, a whole vector at a
+// time; returns the samples done.
+template <class O>
+ptrdiff_t maskSamples(const unsigned char *src, ptrdiff_t n, uint32_t mask, unsigned char *dst) {
+    const auto m = O::set1(mask);
+    ptrdiff_t i = 0;
+    for (; i + O::N <= n; i += O::N) O::store16b(dst + 2 * i, O::and_(O::load16b(src + 2 * i), m));
+    return i;
+}
+
+// Packed pairs, two samples in three bytes: the high bits of the first in byte 0 and of the second in
+// byte 2, their low `Low` bits in the low and high nibble of byte 1. loadPairs puts bytes 0 and 2 of each
+// group in a lane pair; the same load one byte on gives byte 1 in the even lane, which evensOf copies to
+// the odd one.
+template <class O, int Low>
+ptrdiff_t unpackSamples(const unsigned char *src, ptrdiff_t groups, ptrdiff_t srcBytes, unsigned char *dst) {
+    constexpr ptrdiff_t G = O::N / 2, readBytes = 3 * G + 1;
+    const auto lowMask = O::set1((1u << Low) - 1u);
+    ptrdiff_t g = 0;
+    for (; g + G <= groups && 3 * g + readBytes <= srcBytes; g += G) {
+        const unsigned char *p = src + 3 * g;
+        const auto high = O::loadPairs(p), next = O::loadPairs(p + 1);
+        const auto middle = O::evensOf(next, next);
+        const auto low = O::and_(O::oddFrom(middle, O::template srl<4>(middle)), lowMask);
+        O::store16b(dst + 4 * g, O::add(O::template sll<Low>(high), low));
+    }
+    return g;
+}
+
+template <class O>
+ptrdiff_t unpackSamplesOf(const unsigned char *src, ptrdiff_t groups, ptrdiff_t srcBytes, int32_t lowBits,
+                          unsigned char *dst) {
+    if (lowBits == 2) return unpackSamples<O, 2>(src, groups, srcBytes, dst);
+    if (lowBits == 4) return unpackSamples<O, 4>(src, groups, srcBytes, dst);
+    return 0;
+}
+
 template <class O>
 constexpr vq::simd::Kernels16 makeKernels16() {
     vq::simd::Kernels16 t{};
+    t.u16MaskSamples = maskSamples<O>;
+    t.u16UnpackSamples = unpackSamplesOf<O>;
     t.u16BilinearRows = rowsInterleaved<O>;
     t.u16BilinearRowsPlanar = rowsPlanar<O>;
     t.u16EdgePair = edgePair<O>;

@@ -1,8 +1,10 @@
 // The full-depth entry point: any Bayer phase, depth (10, 12, 14, 16 bits) and packing to 16-bit colour.
 //
 // The input is used where it lies when it already is what the kernels read (16-bit samples, rows packed);
-// otherwise it is first reassembled into packed rows of full samples, bits above the depth dropped, in the
-// handle's scratch block. The kernels are those of the RGGB bilinear and the edge-directed drivers:
+// otherwise it is reassembled into rows of full samples, bits above the depth dropped, in the handle's
+// scratch block: on one thread a band of rows at a time, just before the kernels read it, and the border
+// strips into a frame-sized block for the border pieces; on several threads the whole frame first. The
+// kernels are those of the RGGB bilinear and the edge-directed drivers:
 //   - bilinear: the RGGB pieces serve RGGB frames and, with red and blue exchanged, BGGR frames; GBRG
 //     frames (and GRBG, exchanged) are RGGB frames without their first row, so the pieces run on the frame
 //     from row 1 down after rows 0 and 1 are done here, pixel by pixel, by the same rule;
@@ -18,6 +20,7 @@
 
 #include "core/handle.h"
 #include "core/workers.h"
+#include "simd/dispatch.h"
 #include "u16/edge_u16.h"
 #include "u16/parallel_u16.h"
 #include "u16/u16_common.h"
@@ -78,38 +81,85 @@ bool layoutOf(uint64_t config, Layout *layout) {
 
 // ---- input ----------------------------------------------------------------------------------------
 
-// Samples [i0, i1) of a run of packed pairs into dst[i0 ..]; i0 even. A last sample without a partner is
+// Samples [i0, i1) of a run of packed pairs into dst[0 .. i1 - i0). A last sample without a partner is
 // read from its two bytes.
-void unpackRun(const unsigned char *run, ptrdiff_t i0, ptrdiff_t i1, int lowBits, uint16_t *dst) {
+void unpackSpan(const unsigned char *run, ptrdiff_t i0, ptrdiff_t i1, int lowBits, uint16_t *dst) {
     const unsigned lowMask = (1u << lowBits) - 1u;
+    if (i0 >= i1) return;
+    if (i0 & 1) { // the second sample of a pair
+        const unsigned char *p = run + i0 / 2 * 3;
+        *dst++ = static_cast<uint16_t>(unsigned{p[2]} << lowBits | (p[1] >> 4 & lowMask));
+        ++i0;
+    }
     ptrdiff_t i = i0;
+    if (const auto vector = vq::simd::table().u16UnpackSamples; vector != nullptr && i1 > i0) {
+        const ptrdiff_t bytes = 3 * ((i1 - i0) / 2) + 2 * ((i1 - i0) & 1); // what the loop below reads
+        i += 2 * vector(run + i0 / 2 * 3, (i1 - i0) / 2, bytes, lowBits, reinterpret_cast<unsigned char *>(dst));
+    }
     for (; i + 1 < i1; i += 2) {
         const unsigned char *p = run + i / 2 * 3;
-        dst[i] = static_cast<uint16_t>(unsigned{p[0]} << lowBits | (p[1] & lowMask));
-        dst[i + 1] = static_cast<uint16_t>(unsigned{p[2]} << lowBits | (p[1] >> 4 & lowMask));
+        dst[i - i0] = static_cast<uint16_t>(unsigned{p[0]} << lowBits | (p[1] & lowMask));
+        dst[i + 1 - i0] = static_cast<uint16_t>(unsigned{p[2]} << lowBits | (p[1] >> 4 & lowMask));
     }
     if (i < i1) {
         const unsigned char *p = run + i / 2 * 3;
-        dst[i] = static_cast<uint16_t>(unsigned{p[0]} << lowBits | (p[1] & lowMask));
+        dst[i - i0] = static_cast<uint16_t>(unsigned{p[0]} << lowBits | (p[1] & lowMask));
     }
 }
 
-// Rows [y0, y1) of the input as packed rows of full samples at dst (the whole frame's rows).
-void readRows(const ImageFrame &in, const Input16 &f, int32_t y0, int32_t y1, uint16_t *dst) {
-    const ptrdiff_t w = in.width, stride = in.stride;
-    const auto *base = static_cast<const unsigned char *>(in.data);
-    const uint16_t mask = static_cast<uint16_t>((1u << f.bits) - 1u);
-    for (ptrdiff_t y = y0; y < y1; ++y) {
-        uint16_t *row = dst + y * w;
-        if (f.packed) {
-            unpackRun(base + y * stride, 0, w, f.bits - 8, row);
-            continue;
-        }
-        std::memcpy(row, base + y * stride, static_cast<size_t>(2 * w));
-        if (f.bits < 16)
-            for (ptrdiff_t x = 0; x < w; ++x) row[x] = static_cast<uint16_t>(row[x] & mask);
+// n samples of 16-bit containers at `row` (any address) into dst, bits above `bits` dropped.
+void maskRun(const unsigned char *row, ptrdiff_t n, int bits, uint16_t *dst) {
+    if (bits == 16) {
+        std::memcpy(dst, row, static_cast<size_t>(2 * n));
+        return;
     }
+    const uint16_t mask = static_cast<uint16_t>((1u << bits) - 1u);
+    ptrdiff_t x = 0;
+    if (const auto vector = vq::simd::table().u16MaskSamples; vector != nullptr)
+        x = vector(row, n, mask, reinterpret_cast<unsigned char *>(dst));
+    for (; x < n; ++x) dst[x] = static_cast<uint16_t>(vq::u16::Src16{row}[x] & mask);
 }
+
+// The input as rows of full samples, w apart.
+struct Source {
+    const ImageFrame &in;
+    Input16 f;
+    uint16_t *frame; // the whole frame's rows
+
+    const unsigned char *base() const { return static_cast<const unsigned char *>(in.data); }
+    // Packed rows with no padding are one run of samples whose pairs straddle row ends.
+    bool oneRun() const { return f.packed && in.stride == in.width + (in.width >> 1); }
+
+    // Columns [x0, x1) of rows [y0, y1) to `at`, the address of row y0's first sample.
+    void to(int32_t y0, int32_t y1, ptrdiff_t x0, ptrdiff_t x1, uint16_t *at) const {
+        const ptrdiff_t w = in.width, stride = in.stride;
+        if (oneRun() && x0 == 0 && x1 == w) {
+            unpackSpan(base(), y0 * w, y1 * w, f.bits - 8, at);
+            return;
+        }
+        if (x0 >= x1) return;
+        for (ptrdiff_t y = y0; y < y1; ++y) {
+            uint16_t *row = at + (y - y0) * w + x0;
+            if (oneRun()) unpackSpan(base(), y * w + x0, y * w + x1, f.bits - 8, row);
+            else if (f.packed) unpackSpan(base() + y * stride, x0, x1, f.bits - 8, row);
+            else maskRun(base() + y * stride + 2 * x0, x1 - x0, f.bits, row);
+        }
+    }
+    // Rows [y0, y1) whole, into the frame.
+    void rows(int32_t y0, int32_t y1) const {
+        y0 = std::max(y0, 0), y1 = std::min(y1, in.height);
+        if (y0 < y1) to(y0, y1, 0, in.width, frame + ptrdiff_t{y0} * in.width);
+    }
+    // What the first and last rows and columns of the kernels read, into the frame: eight rows and
+    // columns on each side.
+    void borders() const {
+        const int32_t h = in.height, w = in.width;
+        rows(0, 8);
+        rows(std::max(8, h - 8), h);
+        to(0, h, 0, std::min(8, w), frame);
+        to(0, h, std::max(8, w - 8), w, frame);
+    }
+};
 
 // Runs fn(begin, end) over [0, n) in `count` parts on `workers`, or whole on the calling thread.
 template <class Fn>
@@ -121,20 +171,20 @@ void inParts(vq::Workers *workers, int count, ptrdiff_t n, const Fn &fn) {
     workers->run(count, [&](int k) { fn(n * k / count, n * (k + 1) / count); });
 }
 
-void readInput(vq::Workers *workers, int count, const ImageFrame &in, const Input16 &f, uint16_t *dst) {
-    const int32_t h = in.height, w = in.width;
-    if (f.packed && in.stride == w + (w >> 1)) { // one run of samples, pairs across row ends
-        const ptrdiff_t n = ptrdiff_t{h} * w;
-        const auto *run = static_cast<const unsigned char *>(in.data);
-        inParts(workers, count, n / 2, [&](ptrdiff_t g0, ptrdiff_t g1) {
-            unpackRun(run, 2 * g0, g1 == n / 2 ? n : 2 * g1, f.bits - 8, dst);
-        });
-        return;
-    }
-    inParts(workers, count, h, [&](ptrdiff_t y0, ptrdiff_t y1) {
-        readRows(in, f, static_cast<int32_t>(y0), static_cast<int32_t>(y1), dst);
+// The whole input at once, in parts on the workers.
+void readInput(vq::Workers *workers, int count, const Source &source) {
+    inParts(workers, count, source.in.height, [&](ptrdiff_t y0, ptrdiff_t y1) {
+        source.rows(static_cast<int32_t>(y0), static_cast<int32_t>(y1));
     });
 }
+
+// On one thread the kernels read the input through a band of rows, converted just before they read it
+// (and still in the cache when they do), about 128 KiB of samples: bandRows(w) rows and the rows around.
+int32_t bandRows(uint32_t width) {
+    const int64_t rows = (int64_t{1} << 16) / int64_t{width};
+    return static_cast<int32_t>(std::clamp<int64_t>(rows, 4, 64) & ~int64_t{1});
+}
+constexpr int32_t kBandExtraRows = 4;
 
 // ---- output ---------------------------------------------------------------------------------------
 
@@ -268,8 +318,9 @@ struct BilinearPieces {
         if (planar) bilinearFirstColsRGGBU16P(sub(), p(0, 0), p(1, 0), p(2, 0), height(), f.w);
         else bilinearFirstColsRGGBU16(sub(), d(0), height(), f.w, order);
     }
-    uint64_t body(int32_t row, uint32_t rows) const {
-        const uint16_t *s = sub() + ptrdiff_t{row} * f.w;
+    uint64_t body(int32_t row, uint32_t rows) const { return bodyFrom(sub() + ptrdiff_t{row} * f.w, row, rows); }
+    // The body on the sub-frame from `row` whose rows are at s.
+    uint64_t bodyFrom(const uint16_t *s, int32_t row, uint32_t rows) const {
         if (planar) return bilinearBodyRGGBU16P(s, p(0, row), p(1, row), p(2, row), rows, f.w);
         return bilinearBodyRGGBU16(s, d(row), rows, f.w, order);
     }
@@ -284,7 +335,29 @@ struct BilinearPieces {
     }
 };
 
-void bilinear(const Frame &f, const Layout &layout, unsigned char *out, ProcessingHandle *handle, int threads) {
+// On one thread with input to convert: the body in bands of row pairs, each band's rows converted into
+// `band` just before it; the first and last rows and columns from the frame's borders (the pieces read only
+// the source and write different pixels, so their order does not matter).
+bool bilinearAhead(const BilinearPieces &pieces, const Source &source, uint16_t *band) {
+    const int32_t h = static_cast<int32_t>(pieces.height()), below = pieces.greenFirst ? 1 : 0;
+    const int32_t lastPairEnd = h - 1 - (h & 1), pairs = (lastPairEnd - 1) / 2, step = bandRows(pieces.f.w) / 2;
+    if (pairs < 2 * step) return false;
+    uint64_t stop = 0;
+    int32_t stopRow = 0;
+    for (int32_t p0 = 0; p0 < pairs; p0 += step) {
+        const int32_t first = 1 + 2 * p0, end = 1 + 2 * std::min(pairs, p0 + step); // rows first - 1 .. end
+        source.to(below + first - 1, below + end + 1, 0, pieces.f.w, band);
+        stop = pieces.bodyFrom(band, first - 1, static_cast<uint32_t>(end - first + 2));
+        stopRow = static_cast<int32_t>(stop >> 32) + (first - 1);
+    }
+    source.borders();
+    pieces.first();
+    pieces.last(stopRow, static_cast<int32_t>(stop & 0xFFFFFFFFu));
+    return true;
+}
+
+void bilinear(const Frame &f, const Layout &layout, unsigned char *out, ProcessingHandle *handle, int threads,
+              const Source *ahead, uint16_t *band) {
     const ptrdiff_t n = ptrdiff_t{f.h} * f.w;
     const bool swapRB = f.phase == kBGGR || f.phase == kGRBG; // the pieces take blue sites for red ones
     BilinearPieces pieces{};
@@ -298,6 +371,8 @@ void bilinear(const Frame &f, const Layout &layout, unsigned char *out, Processi
     const int count = vq::u16::bilinearThreads(threads, pieces.height());
     vq::Workers *workers = vq::u16::workersFor(handle, count, n);
     if (workers == nullptr) {
+        if (ahead != nullptr && bilinearAhead(pieces, *ahead, band)) return;
+        if (ahead != nullptr) ahead->rows(0, static_cast<int32_t>(f.h));
         pieces.first();
         const uint64_t stop = pieces.body(0, pieces.height());
         pieces.last(static_cast<int32_t>(stop >> 32), static_cast<int32_t>(stop & 0xFFFFFFFFu));
@@ -312,9 +387,26 @@ vq::u16::EdgeRun edgeRunFor(const Frame &f, int label, uint16_t *dst, int32_t ma
     return vq::u16::edgeRunOf(f.src, f.h, f.w, dst, kStartRow[label], kStartColumn[label], maximum);
 }
 
+// The driver on one thread with input to convert: the borders from the frame's, the kernel in bands of
+// rows, each band's rows converted into `band` just before it.
+void edgeAhead(const vq::u16::EdgeRun &r, const Source &source, uint16_t *band) {
+    source.borders();
+    vq::u16::edgeBefore(r);
+    const uint32_t kernelRows = vq::u16::edgeKernelRows(r);
+    const int32_t rowEnd = static_cast<int32_t>(kernelRows - 1u), step = bandRows(r.width);
+    for (int32_t t = 0; t < rowEnd; t += step) { // a pair from row y reads rows y - 2 .. y + 3
+        const int32_t y = r.startRow + t;
+        source.to(y - 2, std::min(y + step + 2, static_cast<int32_t>(r.height)), 0, r.width, band);
+        vq::u16::edgeKernelPart(r, t, t + step, band);
+    }
+    vq::u16::edgeAfter(r, vq::u16::edgeKernelStop(kernelRows, r.width, r.startColumn));
+}
+
 // Interleaved rows at dst from the run of phase `label` (the frame's own or the exchanged one).
-void edgeRun(const vq::u16::EdgeRun &r, int count, vq::Workers *workers, uint8_t *bandRows) {
-    if (workers == nullptr) vq::u16::edgeDriver(r);
+void edgeRun(const vq::u16::EdgeRun &r, int count, vq::Workers *workers, uint8_t *bandRows, const Source *ahead,
+             uint16_t *band) {
+    if (workers == nullptr && ahead != nullptr) edgeAhead(r, *ahead, band);
+    else if (workers == nullptr) vq::u16::edgeDriver(r);
     else vq::u16::edgeInBands(workers, count, r, bandRows);
 }
 
@@ -384,7 +476,8 @@ VQP_EXTERN int32_t vqpDemosaicing16(ProcessingHandle *handle, const ImageFrame *
     const int64_t frameBytes = direct ? 0 : rounded(2 * int64_t{n});
     const int64_t rowsBytes = viaRows ? rounded(6 * int64_t{n}) : 0;
     const int64_t bandBytes = edgeWorkers != nullptr ? vq::u16::edgeBandBytes(w, edgeCount) : 0;
-    const int64_t need = frameBytes + rowsBytes + bandBytes + (frameBytes + rowsBytes > 0 ? 64 : 0);
+    const int64_t aheadBytes = direct ? 0 : rounded(2 * int64_t{bandRows(w) + kBandExtraRows} * w);
+    const int64_t need = frameBytes + rowsBytes + aheadBytes + bandBytes + (frameBytes + rowsBytes > 0 ? 64 : 0);
     if (need > INT32_MAX) return VQP_ERR_OUT_OF_MEMORY;
     if (const int32_t rc = vqpMemRealloc(&handle->scratch, static_cast<int32_t>(need)); rc != VQP_OK) return rc;
     if (!knownLayout) return VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT;
@@ -394,19 +487,25 @@ VQP_EXTERN int32_t vqpDemosaicing16(ProcessingHandle *handle, const ImageFrame *
         at += (64 - (reinterpret_cast<uintptr_t>(at) & 63u)) & 63u;
         uint16_t *frame = reinterpret_cast<uint16_t *>(at);
         uint16_t *rows = reinterpret_cast<uint16_t *>(at + frameBytes);
-        uint8_t *bandRows = at + frameBytes + rowsBytes;
+        uint16_t *band = reinterpret_cast<uint16_t *>(at + frameBytes + rowsBytes);
+        uint8_t *bandRows = at + frameBytes + rowsBytes + aheadBytes;
         vq::Workers *workers = vq::u16::workersFor(handle, requested, n);
-        if (!direct) readInput(workers, requested, *in, input, frame);
+        // On one thread the kernels convert the input as they go; on several it is converted first, in parts.
+        Source source{*in, input, frame};
+        const Source *ahead = nullptr;
+        if (!direct && (workers != nullptr || method == VQP_METHOD_NEAREST)) readInput(workers, requested, source);
+        else if (!direct) ahead = &source;
         const Frame f{direct ? static_cast<const uint16_t *>(in->data) : frame, h, w, input.phase};
         auto *dst = static_cast<unsigned char *>(out->data);
 
         if (method == VQP_METHOD_NEAREST) {
             nearest(f, outputOf(dst, n, layout, false));
         } else if (method == VQP_METHOD_BILINEAR) {
-            bilinear(f, layout, dst, handle, requested);
+            bilinear(f, layout, dst, handle, requested, ahead, band);
         } else {
             unsigned char *target = viaRows ? reinterpret_cast<unsigned char *>(rows) : dst;
-            edgeRun(edgeRunFor(f, label, reinterpret_cast<uint16_t *>(target), maximum), edgeCount, edgeWorkers, bandRows);
+            edgeRun(edgeRunFor(f, label, reinterpret_cast<uint16_t *>(target), maximum), edgeCount, edgeWorkers, bandRows,
+                    ahead, band);
             edgeTopLeft(f, label, target, maximum);
             if (viaRows) {
                 const Out16 planes = outputOf(dst, n, layout, false);

@@ -28,18 +28,18 @@ inline int32_t clampTo(int32_t v, int32_t maximum) { return v < 0 ? 0 : (v < max
 
 } // namespace
 
-VQP_EXTERN uint64_t edgeSecRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t rows, uint32_t width,
-                                   int32_t startColumn, int32_t maximum) {
-    const int32_t rowEnd = static_cast<int32_t>(rows - 1u); // row pairs start below this
-    if (rowEnd < 1) return 0;
+namespace {
+
+// The row pairs of a kernel run starting at rows [tBegin, tEnd) (tBegin even); row pairs start below rowEnd.
+void kernelPairs(const uint16_t *src, uint16_t *dst, int32_t rowEnd, uint32_t width, int32_t startColumn,
+                 int32_t maximum, int32_t tBegin, int32_t tEnd) {
     const int32_t w = static_cast<int32_t>(width);
     const int32_t columnEnd = vq::u16::edgeColumnEnd(width, startColumn);
-    const uint64_t stop = vq::u16::edgeKernelStop(rows, width, startColumn);
     const ptrdiff_t sw = w;      // source row stride
     const ptrdiff_t dw = 3 * sw; // destination row stride
 
     const auto vector = vq::simd::table().u16EdgePair;
-    for (int32_t t = 0; t < rowEnd; t += 2) {
+    for (int32_t t = tBegin; t < tEnd; t += 2) {
         const Src16 s0 = Src16::of(src) + t * sw; // row y: R G R G ...
         const Src16 sm2 = s0 - 2 * sw, sm1 = s0 - sw, s1 = s0 + sw, s2 = s0 + 2 * sw, s3 = s0 + 3 * sw;
         const Dst16 d0 = Dst16::of(dst) + t * dw;
@@ -100,7 +100,25 @@ VQP_EXTERN uint64_t edgeSecRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t 
             d1[3 * (x + 1) + B] = static_cast<uint16_t>(b);
         }
     }
-    return stop;
+}
+
+} // namespace
+
+VQP_EXTERN uint64_t edgeSecRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t rows, uint32_t width,
+                                   int32_t startColumn, int32_t maximum) {
+    const int32_t rowEnd = static_cast<int32_t>(rows - 1u); // row pairs start below this
+    if (rowEnd < 1) return 0;
+    kernelPairs(src, dst, rowEnd, width, startColumn, maximum, 0, rowEnd);
+    return vq::u16::edgeKernelStop(rows, width, startColumn);
+}
+
+void vq::u16::edgeKernelPart(const EdgeRun &r, int32_t firstRow, int32_t endRow, const uint16_t *rows) {
+    const int32_t rowEnd = static_cast<int32_t>(edgeKernelRows(r) - 1u);
+    if (rowEnd < 1 || firstRow >= rowEnd) return;
+    const ptrdiff_t w = r.width, y = r.startRow + firstRow;
+    // Counted from the part's first pair, row pairs still start below rowEnd - firstRow.
+    kernelPairs(rows + 2 * w, r.dst + y * 3 * w, rowEnd - firstRow, r.width, r.startColumn, r.maximum, 0,
+                (endRow < rowEnd ? endRow : rowEnd) - firstRow);
 }
 
 uint64_t vq::u16::edgeKernelStop(uint32_t rows, uint32_t width, int32_t startColumn) {

@@ -26,6 +26,10 @@ void edgeBefore(const EdgeRun &r);
 // The kernel over all its rows (from startRow), and the number of rows it is given.
 uint64_t edgeKernel(const EdgeRun &r);
 uint32_t edgeKernelRows(const EdgeRun &r);
+// The kernel on the row pairs that start at kernel rows [firstRow, endRow) (firstRow even, rows counted
+// from startRow), every pair above them done, reading the source rows from two above the first pair to
+// three below the last at `rows` (w samples apart): the kernel over all its rows in parts, the same bytes.
+void edgeKernelPart(const EdgeRun &r, int32_t firstRow, int32_t endRow, const uint16_t *rows);
 // What the kernel returns for `rows` rows: (rows covered << 32) | first column not centred on; 0 when
 // it covers no row pair.
 uint64_t edgeKernelStop(uint32_t rows, uint32_t width, int32_t startColumn);
