@@ -33,12 +33,12 @@ for cpu in qemu64 Nehalem-v1 Haswell-v4; do
   for t in "$build"/tests/test_*; do
     [ -x "$t" ] && [ -f "$t" ] || continue
     start=$SECONDS
-    if ! "${run[@]}" "$t" --gtest_brief=1 >"$out/log" 2>&1; then
+    if ! "${run[@]}" "$t" >"$out/log" 2>&1; then
       cat "$out/log"
       echo "test-cpus: $(basename "$t") failed on $cpu"
       exit 1
     fi
-    echo "$(basename "$t"): $(grep -m1 '^vector level' "$out/log"); $(tail -n1 "$out/log") ($((SECONDS - start)) s)"
+    echo "$(basename "$t"): $(grep -m1 '^vector level' "$out/log"); $(grep -m1 '^\[  PASSED  \]' "$out/log") ($((SECONDS - start)) s)"
   done
   "${run[@]}" "$build/tools/velqora-convert" --demo "$out/demo" >"$out/log" 2>&1 || { cat "$out/log"; exit 1; }
   echo "demo: $(grep -c . "$out/log") lines, $(ls "$out/demo" | wc -l) files"
