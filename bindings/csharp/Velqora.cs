@@ -208,8 +208,7 @@ namespace Velqora
         public void Demosaic(byte[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
                              DemosaicMethod method, byte[] output, int outputOffset, int threads = 1)
         {
-            if (input == null) throw new ArgumentNullException(nameof(input));
-            if (output == null) throw new ArgumentNullException(nameof(output));
+            CheckArrays(input, inputOffset, output, outputOffset);
             Run(Pinned.Of(input, inputOffset, 1, nameof(inputOffset)), height, width, stride, inputFormat, method,
                 Pinned.Of(output, outputOffset, 1, nameof(outputOffset)), threads);
         }
@@ -219,10 +218,8 @@ namespace Velqora
         public void Demosaic(ushort[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
                              DemosaicMethod method, byte[] output, int outputOffset, int threads = 1)
         {
-            if (input == null) throw new ArgumentNullException(nameof(input));
-            if (output == null) throw new ArgumentNullException(nameof(output));
-            if (SampleBits(inputFormat) != 16)
-                throw new ArgumentException(inputFormat + " has no 16-bit samples: pass its bytes as byte[]", nameof(inputFormat));
+            CheckArrays(input, inputOffset, output, outputOffset);
+            CheckSamples16(inputFormat);
             Run(Pinned.Of(input, inputOffset, 2, nameof(inputOffset)), height, width, stride, inputFormat, method,
                 Pinned.Of(output, outputOffset, 1, nameof(outputOffset)), threads);
         }
@@ -232,10 +229,7 @@ namespace Velqora
         public void Demosaic(IntPtr input, long inputBytes, int height, int width, int stride, PixelFormat inputFormat,
                              DemosaicMethod method, IntPtr output, long outputBytes, int threads = 1)
         {
-            if (input == IntPtr.Zero) throw new ArgumentNullException(nameof(input));
-            if (output == IntPtr.Zero) throw new ArgumentNullException(nameof(output));
-            if (inputBytes < 0) throw new ArgumentOutOfRangeException(nameof(inputBytes));
-            if (outputBytes < 0) throw new ArgumentOutOfRangeException(nameof(outputBytes));
+            CheckNative(input, inputBytes, output, outputBytes);
             Run(new Pinned(input, inputBytes), height, width, stride, inputFormat, method, new Pinned(output, outputBytes),
                 threads);
         }
@@ -248,8 +242,7 @@ namespace Velqora
         public void Demosaic16(byte[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
                                DemosaicMethod method, ushort[] output, int outputOffset, int threads = 1)
         {
-            if (input == null) throw new ArgumentNullException(nameof(input));
-            if (output == null) throw new ArgumentNullException(nameof(output));
+            CheckArrays(input, inputOffset, output, outputOffset);
             Run16(Pinned.Of(input, inputOffset, 1, nameof(inputOffset)), height, width, stride, inputFormat, method,
                   Pinned.Of(output, outputOffset, 2, nameof(outputOffset)), threads);
         }
@@ -258,10 +251,8 @@ namespace Velqora
         public void Demosaic16(ushort[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
                                DemosaicMethod method, ushort[] output, int outputOffset, int threads = 1)
         {
-            if (input == null) throw new ArgumentNullException(nameof(input));
-            if (output == null) throw new ArgumentNullException(nameof(output));
-            if (SampleBits(inputFormat) != 16)
-                throw new ArgumentException(inputFormat + " has no 16-bit samples: pass its bytes as byte[]", nameof(inputFormat));
+            CheckArrays(input, inputOffset, output, outputOffset);
+            CheckSamples16(inputFormat);
             Run16(Pinned.Of(input, inputOffset, 2, nameof(inputOffset)), height, width, stride, inputFormat, method,
                   Pinned.Of(output, outputOffset, 2, nameof(outputOffset)), threads);
         }
@@ -270,12 +261,33 @@ namespace Velqora
         public void Demosaic16(IntPtr input, long inputBytes, int height, int width, int stride, PixelFormat inputFormat,
                                DemosaicMethod method, IntPtr output, long outputBytes, int threads = 1)
         {
+            CheckNative(input, inputBytes, output, outputBytes);
+            Run16(new Pinned(input, inputBytes), height, width, stride, inputFormat, method, new Pinned(output, outputBytes),
+                  threads);
+        }
+
+        // Both arrays and their offsets are checked before either is pinned, so a refused argument leaves
+        // nothing pinned.
+        private static void CheckArrays(Array input, int inputOffset, Array output, int outputOffset)
+        {
+            if (input == null) throw new ArgumentNullException(nameof(input));
+            if (output == null) throw new ArgumentNullException(nameof(output));
+            if (inputOffset < 0 || inputOffset > input.Length) throw new ArgumentOutOfRangeException(nameof(inputOffset));
+            if (outputOffset < 0 || outputOffset > output.Length) throw new ArgumentOutOfRangeException(nameof(outputOffset));
+        }
+
+        private static void CheckSamples16(PixelFormat inputFormat)
+        {
+            if (SampleBits(inputFormat) != 16)
+                throw new ArgumentException(inputFormat + " has no 16-bit samples: pass its bytes as byte[]", nameof(inputFormat));
+        }
+
+        private static void CheckNative(IntPtr input, long inputBytes, IntPtr output, long outputBytes)
+        {
             if (input == IntPtr.Zero) throw new ArgumentNullException(nameof(input));
             if (output == IntPtr.Zero) throw new ArgumentNullException(nameof(output));
             if (inputBytes < 0) throw new ArgumentOutOfRangeException(nameof(inputBytes));
             if (outputBytes < 0) throw new ArgumentOutOfRangeException(nameof(outputBytes));
-            Run16(new Pinned(input, inputBytes), height, width, stride, inputFormat, method, new Pinned(output, outputBytes),
-                  threads);
         }
 
         private void Run16(Pinned input, int height, int width, int stride, PixelFormat inputFormat, DemosaicMethod method,

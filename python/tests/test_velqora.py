@@ -27,17 +27,20 @@ def lib():
     return c
 
 
-def c_demosaic(lib, raw_bytes, h, w, stride, code, method, config):
-    """vqpDemosaicing on a private copy of the input bytes."""
+def c_demosaic(lib, raw_bytes, h, w, stride, code, method, config, deep=False):
+    """vqpDemosaicing (or, deep, vqpDemosaicing16 on one thread) on a private copy of the input bytes."""
     handle = ctypes.c_void_p()
     assert lib.vqpCreate(ctypes.byref(handle)) == 0
     cfg = ctypes.c_uint64(config)
-    assert lib.vqpDemosaicSetConfig(handle, ctypes.byref(cfg)) == 0
+    assert (lib.vqpDemosaicSetConfig16 if deep else lib.vqpDemosaicSetConfig)(handle, ctypes.byref(cfg)) == 0
     src = np.frombuffer(bytes(raw_bytes), np.uint8).copy()
-    out = np.zeros(int(lib_output_size(lib, h, w, config)), np.uint8)
+    out = np.zeros(3 * h * w, np.uint16) if deep else np.zeros(int(lib_output_size(lib, h, w, config)), np.uint8)
     fi = ImageFrame(h, w, code, src.ctypes.data, stride)
     fo = ImageFrame(0, 0, 0, out.ctypes.data, 0)
-    status = lib.vqpDemosaicing(handle, ctypes.byref(fi), method, ctypes.byref(fo))
+    if deep:
+        status = lib.vqpDemosaicing16(handle, ctypes.byref(fi), method, ctypes.byref(fo), 1)
+    else:
+        status = lib.vqpDemosaicing(handle, ctypes.byref(fi), method, ctypes.byref(fo))
     lib.vqpRelease(ctypes.byref(handle))
     return status, out
 
@@ -135,22 +138,6 @@ def test_refusals_carry_the_status_and_say_what_to_change():
         assert e.value.status is None
 
 
-def c_demosaic16(lib, raw_bytes, h, w, stride, code, method, config):
-    """vqpDemosaicing16 on the input bytes, as a flat uint16 array."""
-    handle = ctypes.c_void_p()
-    assert lib.vqpCreate(ctypes.byref(handle)) == 0
-    cfg = ctypes.c_uint64(config)
-    assert lib.vqpDemosaicSetConfig16(handle, ctypes.byref(cfg)) == 0
-    src = np.frombuffer(bytes(raw_bytes), np.uint8).copy()
-    out = np.zeros(3 * h * w, np.uint16)
-    fi = ImageFrame(h, w, code, src.ctypes.data, stride)
-    fo = ImageFrame(0, 0, 0, out.ctypes.data, 0)
-    status = lib.vqpDemosaicing16(handle, ctypes.byref(fi), method, ctypes.byref(fo), 1)
-    lib.vqpRelease(ctypes.byref(handle))
-    assert status == 0
-    return out
-
-
 def test_demosaic16_equals_the_library_for_every_format_method_and_output(lib):
     lib.vqpDemosaicing16.argtypes = [ctypes.c_void_p, ctypes.POINTER(ImageFrame), ctypes.c_uint32,
                                      ctypes.POINTER(ImageFrame), ctypes.c_uint32]
@@ -170,7 +157,8 @@ def test_demosaic16_equals_the_library_for_every_format_method_and_output(lib):
             for output, config in velqora.OUTPUT_FORMATS16.items():
                 for full in (False, True):
                     got = velqora.demosaic16(raw, name, method, output=output, full_range=full, **kw)
-                    want = c_demosaic16(lib, raw_bytes, h, w, stride, code, m, config | (full << 32))
+                    status, want = c_demosaic(lib, raw_bytes, h, w, stride, code, m, config | (full << 32), True)
+                    assert status == 0
                     assert got.shape == ((3, h, w) if "Planar" in output else (h, w, 3))
                     assert np.array_equal(got.reshape(-1), want), (name, method, output, full)
                     if not full:
