@@ -20,8 +20,9 @@ namespace vq::simd {
 enum class Level : int { Scalar = 0, Avx2 = 1, Avx512 = 2, Neon = 3 };
 constexpr int kLevels = 4;
 
-// Input rows that an edge-directed band fetches into the cache as it goes, for deep input reduced a few
-// rows ahead of the bands: with column x, row[k] + x * twoColumnBytes / 2 (null rows: nothing).
+// Input rows that a vector interior fetches into the cache as it goes, for deep input reduced or
+// reassembled a few rows ahead of the interiors that read it: with column x, row[k] + x * twoColumnBytes / 2
+// (null rows: nothing).
 struct Ahead {
     const unsigned char *row[2] = {nullptr, nullptr};
     int32_t twoColumnBytes = 0;
@@ -93,19 +94,23 @@ struct Kernels16 {
     // before colEnd; returns the first column not written. Interleaved: blueOut / redOut address pixel 0
     // of their rows (B, G, R, or R, G, B when redFirst). Planar: planes[] address pixel 0 of the blue row
     // in the blue, green and red planes, the red row w samples further.
+    // Both fetch the rows of `ahead` into the cache as they go.
     int32_t (*u16BilinearRows)(const unsigned char *r0, ptrdiff_t w, int32_t colEnd, unsigned char *blueOut,
-                               unsigned char *redOut, int redFirst) = nullptr;
+                               unsigned char *redOut, int redFirst, const Ahead &ahead) = nullptr;
     int32_t (*u16BilinearRowsPlanar)(const unsigned char *r0, ptrdiff_t w, int32_t colEnd,
-                                     unsigned char *const *planes) = nullptr;
+                                     unsigned char *const *planes, const Ahead &ahead) = nullptr;
 
     // 16-bit edge-directed kernel (src/simd/kernels16.h): the steps of one row pair from step column
     // x0 while a whole vector of steps ends at or before columnEnd; s0 and d0 are the byte addresses of the
     // pair's first source row (w samples a row) and destination row (3w samples a row). Returns the first
     // step column not done. The pair's second row is read back and rewritten whole where it writes green
     // and blue, and the row above where it writes red: no other thread may write those rows meanwhile.
+    // Fetches the rows of `ahead` into the cache as it goes.
     int32_t (*u16EdgePair)(const unsigned char *s0, ptrdiff_t w, unsigned char *d0, int32_t x0, int32_t columnEnd,
-                           int32_t maximum) = nullptr;
+                           int32_t maximum, const Ahead &ahead) = nullptr;
 
+    // The bits set in any of samples [0, *done) of src, *done <= n a multiple of its width (byte address).
+    uint32_t (*u16OrSamples)(const unsigned char *src, ptrdiff_t n, ptrdiff_t *done) = nullptr;
     // Deep input as full samples (src/simd/kernels16.h); both return how far they got, a multiple of their
     // width, and take byte addresses. Samples of 16-bit containers with the bits above the depth dropped:
     // dst[i] = src[i] & mask for i < n.

@@ -62,12 +62,14 @@ Rgb16<O> redRow(const Rows16<O> &v) {
 
 // Rows r (blue) and r + 1 (red) of the body, from r0 = row r - 1 (rows of w samples), pixels from column 1
 // while a whole vector ends at or before colEnd. Interleaved B, G, R (R, G, B when redFirst): blueOut and
-// redOut address pixel 0 of their rows. Returns the first column not written (odd).
+// redOut address pixel 0 of their rows. Returns the first column not written (odd). Fetches the rows of
+// `ahead` as it goes.
 template <class O>
 int32_t rowsInterleaved(const unsigned char *r0, ptrdiff_t w, int32_t colEnd, unsigned char *blueOut,
-                        unsigned char *redOut, int redFirst) {
+                        unsigned char *redOut, int redFirst, const vq::simd::Ahead &ahead) {
     const unsigned char *r1 = r0 + 2 * w, *r2 = r1 + 2 * w, *r3 = r2 + 2 * w;
     return stepsTo<O>(colEnd, [&](int32_t x) {
+        fetchAhead(ahead, x, O::N);
         const Rgb16<O> b = blueRow<O>(Rows16<O>(r0, r1, r2, x)), r = redRow<O>(Rows16<O>(r1, r2, r3, x));
         if (redFirst) {
             O::store3x16b(blueOut + 6 * ptrdiff_t{x}, b.r, b.g, b.b);
@@ -82,9 +84,11 @@ int32_t rowsInterleaved(const unsigned char *r0, ptrdiff_t w, int32_t colEnd, un
 // The same into three planes: planes[0..2] address pixel 0 of the blue row in the blue, green and red
 // planes; the red row is w samples further.
 template <class O>
-int32_t rowsPlanar(const unsigned char *r0, ptrdiff_t w, int32_t colEnd, unsigned char *const *planes) {
+int32_t rowsPlanar(const unsigned char *r0, ptrdiff_t w, int32_t colEnd, unsigned char *const *planes,
+                   const vq::simd::Ahead &ahead) {
     const unsigned char *r1 = r0 + 2 * w, *r2 = r1 + 2 * w, *r3 = r2 + 2 * w;
     return stepsTo<O>(colEnd, [&](int32_t x) {
+        fetchAhead(ahead, x, O::N);
         const Rgb16<O> b = blueRow<O>(Rows16<O>(r0, r1, r2, x)), r = redRow<O>(Rows16<O>(r1, r2, r3, x));
         const ptrdiff_t at = 2 * ptrdiff_t{x}, below = at + 2 * w;
         O::store16b(planes[0] + at, b.b), O::store16b(planes[1] + at, b.g), O::store16b(planes[2] + at, b.r);
@@ -103,7 +107,7 @@ int32_t rowsPlanar(const unsigned char *r0, ptrdiff_t w, int32_t colEnd, unsigne
 // above, and green and blue into row y+1 (its red waits for the next pair).
 template <class O>
 int32_t edgePair(const unsigned char *s0, ptrdiff_t w, unsigned char *d0, int32_t x0, int32_t columnEnd,
-                 int32_t maximum) {
+                 int32_t maximum, const vq::simd::Ahead &ahead) {
     using D = typename O::D;
     constexpr int S = O::N32; // steps a vector: 2S pixels
     ptrdiff_t x = x0;
@@ -159,6 +163,7 @@ int32_t edgePair(const unsigned char *s0, ptrdiff_t w, unsigned char *d0, int32_
     }
 
     for (; x + 2 * S <= columnEnd; x += 2 * S) {
+        fetchAhead(ahead, x, 2 * S);
         const D row0 = at(s0, x), row0L = at(s0, x - 2), row0R = at(s0, x + 2);
         const D row1 = at(s1, x), row1L = at(s1, x - 2), row1R = at(s1, x + 2);
         const D up2 = at(sm2, x), up2L = at(sm2, x - 2), up1 = at(sm1, x), up1L = at(sm1, x - 2);
@@ -211,6 +216,24 @@ int32_t edgePair(const unsigned char *s0, ptrdiff_t w, unsigned char *d0, int32_
 
 // ---- deep input as full samples --------------------------------------------------------------------------
 
+// The bits set in any of the first samples of src, a whole vector at a time; *done: how many it looked at.
+template <class O>
+uint32_t orSamples(const unsigned char *src, ptrdiff_t n, ptrdiff_t *done) {
+    using D = typename O::D;
+    const auto at = [&](ptrdiff_t i) { return O::toD(O::load16b(src + 2 * i)); };
+    D acc = O::set1_32(0);
+    ptrdiff_t i = 0;
+    for (; i + 4 * O::N <= n; i += 4 * O::N)
+        acc = O::or_(acc, O::or_(O::or_(at(i), at(i + O::N)), O::or_(at(i + 2 * O::N), at(i + 3 * O::N))));
+    for (; i + O::N <= n; i += O::N) acc = O::or_(acc, at(i));
+    alignas(64) uint16_t lanes[O::N];
+    O::store16b(reinterpret_cast<unsigned char *>(lanes), O::toW(acc));
+    uint32_t bits = 0;
+    for (const uint16_t lane : lanes) bits |= lane;
+    *done = i;
+    return bits;
+}
+
 // 16-bit containers with bits above the depth: dst[i] = src[i] & mask for i below n, a whole vector at a
 // time; returns the samples done.
 template <class O>
@@ -251,6 +274,7 @@ ptrdiff_t unpackSamplesOf(const unsigned char *src, ptrdiff_t groups, ptrdiff_t 
 template <class O>
 constexpr vq::simd::Kernels16 makeKernels16() {
     vq::simd::Kernels16 t{};
+    t.u16OrSamples = orSamples<O>;
     t.u16MaskSamples = maskSamples<O>;
     t.u16UnpackSamples = unpackSamplesOf<O>;
     t.u16BilinearRows = rowsInterleaved<O>;

@@ -372,16 +372,8 @@ int32_t edgeBand(const uint8_t *const *rows, ptrdiff_t w, uint8_t *line, uint8_t
     // One step at column x after `before` (the step ending at x), with `found` the line's bytes of its
     // columns as the band found them. Inlined by force: called from two places, g++ would otherwise make
     // it a function and pass the vectors through memory.
-    const uintptr_t ahead0 = reinterpret_cast<uintptr_t>(ahead.row[0]), ahead1 = reinterpret_cast<uintptr_t>(ahead.row[1]);
-    const ptrdiff_t aheadBytes = ptrdiff_t{C} * ahead.twoColumnBytes / 2;
     const auto step = [&](ptrdiff_t x, const EdgeDiffs<O> &before, W found) __attribute__((always_inline)) {
-        if (ahead0 != 0) {
-            const uintptr_t at = uintptr_t(x) * uintptr_t(ahead.twoColumnBytes) / 2;
-            for (ptrdiff_t b = 0; b < aheadBytes; b += 64) {
-                __builtin_prefetch(reinterpret_cast<const void *>(ahead0 + at + b));
-                __builtin_prefetch(reinterpret_cast<const void *>(ahead1 + at + b));
-            }
-        }
+        fetchAhead(ahead, x, C);
         // Rows r (a2, b2, c2 at x-2, x, x+2) and r+1 (a3, b3, c3), and the others at x.
         const W a2 = bytes(r2 + x - 2), b2 = bytes(r2 + x), c2 = bytes(r2 + x + 2);
         const W a3 = bytes(r3 + x - 2), b3 = bytes(r3 + x), c3 = bytes(r3 + x + 2);

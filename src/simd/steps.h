@@ -1,9 +1,23 @@
 // How the vector interiors walk a row, shared by the kernel families (src/simd/kernels*.h).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
+#include "simd/dispatch.h"
+
 namespace {
+
+// Fetches into the cache the bytes of `ahead`'s rows that hold `columns` columns from column x.
+inline __attribute__((always_inline)) void fetchAhead(const vq::simd::Ahead &ahead, ptrdiff_t x, ptrdiff_t columns) {
+    if (ahead.row[0] == nullptr) return;
+    const uintptr_t at = uintptr_t(x) * uintptr_t(ahead.twoColumnBytes) / 2;
+    const ptrdiff_t bytes = columns * ahead.twoColumnBytes / 2;
+    for (ptrdiff_t b = 0; b < bytes; b += 64) {
+        __builtin_prefetch(reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(ahead.row[0]) + at + b));
+        __builtin_prefetch(reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(ahead.row[1]) + at + b));
+    }
+}
 
 // Steps of N pixels from column 1 while a step ends at or before `end`; then, when more than one column is
 // left, one step more that ends exactly there (odd-aligned) and covers again pixels already written, with

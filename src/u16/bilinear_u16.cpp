@@ -132,27 +132,27 @@ inline uint64_t packRowColumn(int32_t row, int32_t column) {
 }
 
 // The vector interior of a row pair, if the machine has one: the first column it did not write.
-int32_t vectorRows(Mosaic16 s, int32_t r, int32_t X, const InterleavedU16 &o) {
+int32_t vectorRows(Mosaic16 s, int32_t r, int32_t X, const InterleavedU16 &o, const vq::simd::Ahead &ahead) {
     const auto rows = vq::simd::table().u16BilinearRows;
     if (rows == nullptr) return 1;
     const auto *r0 = reinterpret_cast<const unsigned char *>(s.p) + 2 * s.at(r - 1, 0);
     unsigned char *blueRow = o.base.p + 6 * s.at(r, 0);
-    return rows(r0, s.w, X, blueRow, blueRow + 6 * ptrdiff_t{s.w}, o.redAt == 0);
+    return rows(r0, s.w, X, blueRow, blueRow + 6 * ptrdiff_t{s.w}, o.redAt == 0, ahead);
 }
-int32_t vectorRows(Mosaic16 s, int32_t r, int32_t X, const PlanarU16 &o) {
+int32_t vectorRows(Mosaic16 s, int32_t r, int32_t X, const PlanarU16 &o, const vq::simd::Ahead &ahead) {
     const auto rows = vq::simd::table().u16BilinearRowsPlanar;
     if (rows == nullptr) return 1;
     const auto *r0 = reinterpret_cast<const unsigned char *>(s.p) + 2 * s.at(r - 1, 0);
     const ptrdiff_t at = 2 * s.at(r, 0);
     unsigned char *const planes[3] = {o.blue.p + at, o.green.p + at, o.red.p + at};
-    return rows(r0, s.w, X, planes);
+    return rows(r0, s.w, X, planes, ahead);
 }
 
 template <class Store>
-uint64_t body(Mosaic16 s, int32_t h, int32_t w, const Store &o) {
+uint64_t body(Mosaic16 s, int32_t h, int32_t w, const Store &o, const vq::u16::RowFetch &fetch = {}) {
     const int32_t Y = firstRowLeft(h), X = firstColumnLeft(w);
     for (int32_t r = 1; r < Y; r += 2) {
-        for (int32_t k = vectorRows(s, r, X, o); k < X - 1; k += 2) {
+        for (int32_t k = vectorRows(s, r, X, o, fetch.at(r - 1)); k < X - 1; k += 2) {
             blueSite(s, r, k, o);
             greenOnBlueRow(s, r, k + 1, o);
             greenOnRedRow(s, r + 1, k, o);
@@ -274,6 +274,16 @@ VQP_EXTERN void bilinearLastColsRGGBU16P(const uint16_t *src, uint16_t *planeB, 
                                          uint32_t height, uint32_t width, int32_t firstColumnLeft) {
     lastCols(Mosaic16{src, signedOf(width)}, signedOf(height), signedOf(width), firstColumnLeft,
              PlanarU16{planeB, planeG, planeR});
+}
+
+uint64_t vq::u16::bilinearBody(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width, uint32_t order,
+                               const RowFetch &fetch) {
+    return body(Mosaic16{src, signedOf(width)}, signedOf(height), signedOf(width), InterleavedU16(dst, order), fetch);
+}
+uint64_t vq::u16::bilinearBodyPlanar(const uint16_t *src, uint16_t *const planes[3], uint32_t height, uint32_t width,
+                                     const RowFetch &fetch) {
+    return body(Mosaic16{src, signedOf(width)}, signedOf(height), signedOf(width),
+                PlanarU16{planes[0], planes[1], planes[2]}, fetch);
 }
 
 // ---- drivers and entry points ----------------------------------------------------------------

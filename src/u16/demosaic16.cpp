@@ -2,8 +2,10 @@
 //
 // The input is used where it lies when it already is what the kernels read (16-bit samples, rows packed);
 // otherwise it is reassembled into rows of full samples, bits above the depth dropped, in the handle's
-// scratch block: on one thread a band of rows at a time, just before the kernels read it, and the border
-// strips into a frame-sized block for the border pieces; on several threads the whole frame first. The
+// scratch block: on one thread a band of rows at a time, just before the kernels read it (while the band
+// before fetches its input into the cache), and the border strips into a frame-sized block for the border
+// pieces; on several threads the whole frame first. A band of deep samples in 16-bit containers with
+// rows packed is read where it lies too when none of its samples has a bit set above the depth. The
 // kernels are those of the RGGB bilinear and the edge-directed drivers:
 //   - bilinear: the RGGB pieces serve RGGB frames and, with red and blue exchanged, BGGR frames; GBRG
 //     frames (and GRBG, exchanged) are RGGB frames without their first row, so the pieces run on the frame
@@ -120,6 +122,15 @@ void maskRun(const unsigned char *row, ptrdiff_t n, int bits, uint16_t *dst) {
     for (; x < n; ++x) dst[x] = static_cast<uint16_t>(vq::u16::Src16{row}[x] & mask);
 }
 
+// The bits set in any of n samples of 16-bit containers at `row` (any address).
+uint32_t orRun(const unsigned char *row, ptrdiff_t n) {
+    uint32_t bits = 0;
+    ptrdiff_t x = 0;
+    if (const auto vector = vq::simd::table().u16OrSamples; vector != nullptr) bits = vector(row, n, &x);
+    for (; x < n; ++x) bits |= static_cast<uint32_t>(vq::u16::Src16{row}[x]);
+    return bits;
+}
+
 // The input as rows of full samples, w apart.
 struct Source {
     const ImageFrame &in;
@@ -144,6 +155,31 @@ struct Source {
             else if (f.packed) unpackSpan(base() + y * stride, x0, x1, f.bits - 8, row);
             else maskRun(base() + y * stride + 2 * x0, x1 - x0, f.bits, row);
         }
+    }
+    // Rows [y0, y1) where they lie when they already are full samples, w apart: 16-bit containers, rows
+    // packed, no bit set above the depth (what cameras send); else null.
+    const uint16_t *inPlace(int32_t y0, int32_t y1) const {
+        if (f.packed || int64_t{in.stride} != 2 * int64_t{in.width}) return nullptr;
+        const unsigned char *first = base() + ptrdiff_t{y0} * in.stride;
+        const uint32_t above = ~((1u << f.bits) - 1u) & 0xFFFFu;
+        if ((orRun(first, ptrdiff_t{y1 - y0} * in.width) & above) != 0) return nullptr;
+        return reinterpret_cast<const uint16_t *>(static_cast<const void *>(first));
+    }
+    // Rows [y0, y1) as full samples, w apart: where they lie (inPlace), else converted into `band`.
+    const uint16_t *band(int32_t y0, int32_t y1, uint16_t *band) const {
+        if (const uint16_t *rows = inPlace(y0, y1)) return rows;
+        to(y0, y1, 0, in.width, band);
+        return band;
+    }
+    // Fetching the input rows from row y on, as the kernels go down a band.
+    vq::u16::RowFetch fetchFrom(int32_t y) const {
+        vq::u16::RowFetch fetch;
+        if (y >= in.height) return fetch;
+        fetch.rowBytes = oneRun() ? ptrdiff_t{in.width} * 3 / 2 : in.stride;
+        fetch.first = base() + ptrdiff_t{y} * fetch.rowBytes;
+        fetch.twoColumnBytes = f.packed ? 3 : 4;
+        fetch.rows = in.height - y;
+        return fetch;
     }
     // Rows [y0, y1) whole, into the frame.
     void rows(int32_t y0, int32_t y1) const {
@@ -179,9 +215,9 @@ void readInput(vq::Workers *workers, int count, const Source &source) {
 }
 
 // On one thread the kernels read the input through a band of rows, converted just before they read it
-// (and still in the cache when they do), about 128 KiB of samples: bandRows(w) rows and the rows around.
+// (and still in the cache when they do), about 64 KiB of samples: bandRows(w) rows and the rows around.
 int32_t bandRows(uint32_t width) {
-    const int64_t rows = (int64_t{1} << 16) / int64_t{width};
+    const int64_t rows = (int64_t{1} << 15) / int64_t{width};
     return static_cast<int32_t>(std::clamp<int64_t>(rows, 4, 64) & ~int64_t{1});
 }
 constexpr int32_t kBandExtraRows = 4;
@@ -319,10 +355,13 @@ struct BilinearPieces {
         else bilinearFirstColsRGGBU16(sub(), d(0), height(), f.w, order);
     }
     uint64_t body(int32_t row, uint32_t rows) const { return bodyFrom(sub() + ptrdiff_t{row} * f.w, row, rows); }
-    // The body on the sub-frame from `row` whose rows are at s.
-    uint64_t bodyFrom(const uint16_t *s, int32_t row, uint32_t rows) const {
-        if (planar) return bilinearBodyRGGBU16P(s, p(0, row), p(1, row), p(2, row), rows, f.w);
-        return bilinearBodyRGGBU16(s, d(row), rows, f.w, order);
+    // The body on the sub-frame from `row` whose rows are at s, fetching the rows of `fetch` as it goes.
+    uint64_t bodyFrom(const uint16_t *s, int32_t row, uint32_t rows, const vq::u16::RowFetch &fetch = {}) const {
+        if (planar) {
+            uint16_t *const at[3] = {p(0, row), p(1, row), p(2, row)};
+            return vq::u16::bilinearBodyPlanar(s, at, rows, f.w, fetch);
+        }
+        return vq::u16::bilinearBody(s, d(row), rows, f.w, order, fetch);
     }
     void last(int32_t stopRow, int32_t stopColumn) const {
         if (planar) {
@@ -336,8 +375,9 @@ struct BilinearPieces {
 };
 
 // On one thread with input to convert: the body in bands of row pairs, each band's rows converted into
-// `band` just before it; the first and last rows and columns from the frame's borders (the pieces read only
-// the source and write different pixels, so their order does not matter).
+// `band` just before it while the band before fetches them into the cache; the first and last rows and
+// columns from the frame's borders (the pieces read only the source and write different pixels, so their
+// order does not matter).
 bool bilinearAhead(const BilinearPieces &pieces, const Source &source, uint16_t *band) {
     const int32_t h = static_cast<int32_t>(pieces.height()), below = pieces.greenFirst ? 1 : 0;
     const int32_t lastPairEnd = h - 1 - (h & 1), pairs = (lastPairEnd - 1) / 2, step = bandRows(pieces.f.w) / 2;
@@ -346,8 +386,10 @@ bool bilinearAhead(const BilinearPieces &pieces, const Source &source, uint16_t 
     int32_t stopRow = 0;
     for (int32_t p0 = 0; p0 < pairs; p0 += step) {
         const int32_t first = 1 + 2 * p0, end = 1 + 2 * std::min(pairs, p0 + step); // rows first - 1 .. end
-        source.to(below + first - 1, below + end + 1, 0, pieces.f.w, band);
-        stop = pieces.bodyFrom(band, first - 1, static_cast<uint32_t>(end - first + 2));
+        const uint16_t *rows = source.band(below + first - 1, below + end + 1, band);
+        // The next band's rows that this one has not converted: from row end + 1 on.
+        stop = pieces.bodyFrom(rows, first - 1, static_cast<uint32_t>(end - first + 2),
+                               source.fetchFrom(below + end + 1));
         stopRow = static_cast<int32_t>(stop >> 32) + (first - 1);
     }
     source.borders();
@@ -388,7 +430,7 @@ vq::u16::EdgeRun edgeRunFor(const Frame &f, int label, uint16_t *dst, int32_t ma
 }
 
 // The driver on one thread with input to convert: the borders from the frame's, the kernel in bands of
-// rows, each band's rows converted into `band` just before it.
+// rows, each band's rows converted into `band` just before it while the band before fetches them.
 void edgeAhead(const vq::u16::EdgeRun &r, const Source &source, uint16_t *band) {
     source.borders();
     vq::u16::edgeBefore(r);
@@ -396,8 +438,8 @@ void edgeAhead(const vq::u16::EdgeRun &r, const Source &source, uint16_t *band) 
     const int32_t rowEnd = static_cast<int32_t>(kernelRows - 1u), step = bandRows(r.width);
     for (int32_t t = 0; t < rowEnd; t += step) { // a pair from row y reads rows y - 2 .. y + 3
         const int32_t y = r.startRow + t;
-        source.to(y - 2, std::min(y + step + 2, static_cast<int32_t>(r.height)), 0, r.width, band);
-        vq::u16::edgeKernelPart(r, t, t + step, band);
+        const int32_t end = std::min(y + step + 2, static_cast<int32_t>(r.height));
+        vq::u16::edgeKernelPart(r, t, t + step, source.band(y - 2, end, band), source.fetchFrom(end));
     }
     vq::u16::edgeAfter(r, vq::u16::edgeKernelStop(kernelRows, r.width, r.startColumn));
 }

@@ -31,8 +31,9 @@ inline int32_t clampTo(int32_t v, int32_t maximum) { return v < 0 ? 0 : (v < max
 namespace {
 
 // The row pairs of a kernel run starting at rows [tBegin, tEnd) (tBegin even); row pairs start below rowEnd.
+// Fetches the rows of `fetch` as it goes, the pair from row t those of band row t.
 void kernelPairs(const uint16_t *src, uint16_t *dst, int32_t rowEnd, uint32_t width, int32_t startColumn,
-                 int32_t maximum, int32_t tBegin, int32_t tEnd) {
+                 int32_t maximum, int32_t tBegin, int32_t tEnd, const vq::u16::RowFetch &fetch = {}) {
     const int32_t w = static_cast<int32_t>(width);
     const int32_t columnEnd = vq::u16::edgeColumnEnd(width, startColumn);
     const ptrdiff_t sw = w;      // source row stride
@@ -54,7 +55,7 @@ void kernelPairs(const uint16_t *src, uint16_t *dst, int32_t rowEnd, uint32_t wi
         // The vector steps rewrite whole pixels of the pair's second row; the last pair, whose second row
         // a band below may be completing on another thread, stays with the scalar steps.
         ptrdiff_t x0 = startColumn;
-        if (vector != nullptr && t + 2 < rowEnd) x0 = vector(s0.p, sw, d0.p, startColumn, columnEnd, maximum);
+        if (vector != nullptr && t + 2 < rowEnd) x0 = vector(s0.p, sw, d0.p, startColumn, columnEnd, maximum, fetch.at(t));
         for (ptrdiff_t x = x0; x < columnEnd; x += 2) { // 64-bit: 3 * x never overflows
             // Green at the red site (y, x).
             const int32_t a = s0[x];
@@ -112,13 +113,14 @@ VQP_EXTERN uint64_t edgeSecRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t 
     return vq::u16::edgeKernelStop(rows, width, startColumn);
 }
 
-void vq::u16::edgeKernelPart(const EdgeRun &r, int32_t firstRow, int32_t endRow, const uint16_t *rows) {
+void vq::u16::edgeKernelPart(const EdgeRun &r, int32_t firstRow, int32_t endRow, const uint16_t *rows,
+                             const RowFetch &fetch) {
     const int32_t rowEnd = static_cast<int32_t>(edgeKernelRows(r) - 1u);
     if (rowEnd < 1 || firstRow >= rowEnd) return;
     const ptrdiff_t w = r.width, y = r.startRow + firstRow;
     // Counted from the part's first pair, row pairs still start below rowEnd - firstRow.
     kernelPairs(rows + 2 * w, r.dst + y * 3 * w, rowEnd - firstRow, r.width, r.startColumn, r.maximum, 0,
-                (endRow < rowEnd ? endRow : rowEnd) - firstRow);
+                (endRow < rowEnd ? endRow : rowEnd) - firstRow, fetch);
 }
 
 uint64_t vq::u16::edgeKernelStop(uint32_t rows, uint32_t width, int32_t startColumn) {

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "u16/u16_common.h"
+
 namespace vq::u16 {
 
 // Interpolated values are clamped at 4095 by the RGGB driver, at 65535 by the other three.
@@ -29,7 +31,9 @@ uint32_t edgeKernelRows(const EdgeRun &r);
 // The kernel on the row pairs that start at kernel rows [firstRow, endRow) (firstRow even, rows counted
 // from startRow), every pair above them done, reading the source rows from two above the first pair to
 // three below the last at `rows` (w samples apart): the kernel over all its rows in parts, the same bytes.
-void edgeKernelPart(const EdgeRun &r, int32_t firstRow, int32_t endRow, const uint16_t *rows);
+// The pair from kernel row firstRow + t fetches the rows of `fetch`'s band row t.
+void edgeKernelPart(const EdgeRun &r, int32_t firstRow, int32_t endRow, const uint16_t *rows,
+                    const RowFetch &fetch = {});
 // What the kernel returns for `rows` rows: (rows covered << 32) | first column not centred on; 0 when
 // it covers no row pair.
 uint64_t edgeKernelStop(uint32_t rows, uint32_t width, int32_t startColumn);
