@@ -50,33 +50,59 @@ void flushInput() {
 // level name -> case name -> Mpix/s; OpenCV's cases under "opencv".
 std::map<std::string, std::map<std::string, double>> gResults;
 
+double seconds(const std::function<void()> &run) {
+    if (gCold) flushInput();
+    const auto t0 = std::chrono::steady_clock::now();
+    run();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+}
+
 double mpixPerSecond(const std::function<void()> &run, double pixels) {
     double best = 1e30;
-    for (int i = 0; i < gReps; ++i) {
-        if (gCold) flushInput();
-        const auto t0 = std::chrono::steady_clock::now();
-        run();
-        const auto t1 = std::chrono::steady_clock::now();
-        best = std::min(best, std::chrono::duration<double>(t1 - t0).count());
-    }
+    for (int i = 0; i < gReps; ++i) best = std::min(best, seconds(run));
     return pixels / best / 1e6;
+}
+
+bool wanted(const std::string &level, const std::string &name) {
+    if (level == "opencv" || gFilter.empty()) return true;
+    for (size_t at = 0; at <= gFilter.size();) { // alternatives separated by '|'
+        const size_t bar = std::min(gFilter.find('|', at), gFilter.size());
+        if (name.find(gFilter.substr(at, bar - at)) != std::string::npos) return true;
+        at = bar + 1;
+    }
+    return false;
+}
+
+void record(const std::string &level, const std::string &name, double mpix) {
+    std::printf("%-8s %-44s %9.0f Mpix/s\n", level.c_str(), name.c_str(), mpix);
+    std::fflush(stdout);
+    gResults[level][name] = mpix;
 }
 
 void report(const std::string &level, const std::string &name, const std::function<void()> &run,
             int width = gW) {
-    if (level != "opencv" && !gFilter.empty()) { // alternatives separated by '|'
-        bool any = false;
-        for (size_t at = 0; at <= gFilter.size() && !any;) {
-            const size_t bar = std::min(gFilter.find('|', at), gFilter.size());
-            any = name.find(gFilter.substr(at, bar - at)) != std::string::npos;
-            at = bar + 1;
+    if (wanted(level, name)) record(level, name, mpixPerSecond(run, double(gH) * width));
+}
+
+// Cases compared with each other, timed in rounds (each case once a round, best of gReps rounds), so that a
+// slow spell of a shared machine falls on all of them alike.
+struct Case {
+    std::string name;
+    std::function<void()> run;
+    const void *input;
+    size_t inputBytes;
+};
+void reportInRounds(const std::string &level, const std::vector<Case> &cases) {
+    std::vector<const Case *> on;
+    for (const Case &c : cases)
+        if (wanted(level, c.name)) on.push_back(&c);
+    std::vector<double> best(on.size(), 1e30);
+    for (int r = 0; r < gReps; ++r)
+        for (size_t i = 0; i < on.size(); ++i) {
+            gInput = on[i]->input, gInputBytes = on[i]->inputBytes;
+            best[i] = std::min(best[i], seconds(on[i]->run));
         }
-        if (!any) return;
-    }
-    const double v = mpixPerSecond(run, double(gH) * width);
-    std::printf("%-8s %-44s %9.0f Mpix/s\n", level.c_str(), name.c_str(), v);
-    std::fflush(stdout);
-    gResults[level][name] = v;
+    for (size_t i = 0; i < on.size(); ++i) record(level, on[i]->name, double(gH) * gW / best[i] / 1e6);
 }
 
 // The CPU's model as the system names it ("unknown" where it does not).
@@ -166,7 +192,6 @@ void runLevel(const std::string &level, Frames &f) {
     const size_t n = size_t(gH) * gW;
     uint16_t *o16 = f.out16.data();
     gInput = f.rg12.data(), gInputBytes = 2 * n;
-    report(level, "16-bit bilinear", [&] { vqpDemosaicingBilinearU16(f.rg12.data(), H, W, o16); });
     report(level, "16-bit bilinear planar",
            [&] { vqpDemosaicingBilinearU16P(f.rg12.data(), H, W, o16, o16 + n, o16 + 2 * n); });
     const struct {
@@ -178,10 +203,12 @@ void runLevel(const std::string &level, Frames &f) {
                  {"GBRG", demosaicingEdgeGBRGU16, VQP_PIXEL_FORMAT_BAYER_GB12},
                  {"BGGR", demosaicingEdgeBGGRU16, VQP_PIXEL_FORMAT_BAYER_BG12}};
     for (const auto &e : edges)
-        report(level, std::string("16-bit edge ") + e.name, [&] { e.driver(f.rg12.data(), H, W, o16); });
+        if (e.driver != demosaicingEdgeRGGBU16)
+            report(level, std::string("16-bit edge ") + e.name, [&] { e.driver(f.rg12.data(), H, W, o16); });
 
     // The full-depth entry point, one thread, B, G, R: every phase from 16-bit containers read where they lie
-    // (16), from 12-bit ones (12, reassembled without the stray bits) and from packed pairs (12p).
+    // (16), from 12-bit ones (12, no bit set above the depth) and from packed pairs (12p); in rounds with the
+    // RGGB bilinear and edge-directed functions it is compared with.
     const uint64_t bgr16 = VQP_PIXEL_FORMAT_BGR16;
     vqpDemosaicSetConfig16(h, &bgr16);
     const char *phases[] = {"RGGB", "GRBG", "GBRG", "BGGR"};
@@ -194,14 +221,21 @@ void runLevel(const std::string &level, Frames &f) {
     } deep[] = {{"16", VQP_PIXEL_FORMAT_BAYER_GR16, f.rg12.data(), 2 * gW},
                 {"12", VQP_PIXEL_FORMAT_BAYER_GR12, f.rg12.data(), 2 * gW},
                 {"12p", VQP_PIXEL_FORMAT_BAYER_GR12_PACKED, f.rg12Packed.data(), gW + gW / 2}};
+    std::vector<Case> rounds = {
+        {"16-bit bilinear", [&] { vqpDemosaicingBilinearU16(f.rg12.data(), H, W, o16); }, f.rg12.data(), 2 * n},
+        {"16-bit edge RGGB", [&] { demosaicingEdgeRGGBU16(f.rg12.data(), H, W, o16); }, f.rg12.data(), 2 * n}};
     for (uint32_t m : {1u, 2u})
         for (int p = 0; p < 4; ++p)
             for (const auto &in : deep) {
-                gInput = in.data, gInputBytes = size_t(in.stride) * size_t(gH);
-                ImageFrame fi{gH, gW, in.gr + offsets[p], in.data, in.stride}, fo{0, 0, 0, o16, 0};
-                report(level, std::string("full-depth ") + methods[m] + " " + phases[p] + in.name,
-                       [&] { vqpDemosaicing16(h, &fi, m, &fo, 1); });
+                const ImageFrame fi{gH, gW, in.gr + offsets[p], in.data, in.stride};
+                rounds.push_back({std::string("full-depth ") + methods[m] + " " + phases[p] + in.name,
+                                  [&h, fi, m, o16] {
+                                      ImageFrame input = fi, fo{0, 0, 0, o16, 0};
+                                      vqpDemosaicing16(h, &input, m, &fo, 1);
+                                  },
+                                  in.data, size_t(in.stride) * size_t(gH)});
             }
+    reportInRounds(level, rounds);
 
     if (level != "scalar") { // the parallel entry points, 1 and 2 threads
         for (uint32_t t : {1u, 2u}) {

@@ -156,14 +156,20 @@ struct Source {
             else maskRun(base() + y * stride + 2 * x0, x1 - x0, f.bits, row);
         }
     }
-    // Rows [y0, y1) where they lie when they already are full samples, w apart: 16-bit containers, rows
-    // packed, no bit set above the depth (what cameras send); else null.
+    // Input that may be read where it lies: 16-bit containers, rows packed.
+    bool rowsOfSamples() const { return !f.packed && int64_t{in.stride} == 2 * int64_t{in.width}; }
+    // Whether n samples of 16-bit containers from `at` have no bit set above the depth (what cameras send).
+    bool clean(const unsigned char *at, ptrdiff_t n) const {
+        return (orRun(at, n) & ~((1u << f.bits) - 1u) & 0xFFFFu) == 0;
+    }
+    const uint16_t *samplesAt(const unsigned char *at) const {
+        return reinterpret_cast<const uint16_t *>(static_cast<const void *>(at));
+    }
+    // Rows [y0, y1) where they lie when they already are full samples, w apart; else null.
     const uint16_t *inPlace(int32_t y0, int32_t y1) const {
-        if (f.packed || int64_t{in.stride} != 2 * int64_t{in.width}) return nullptr;
         const unsigned char *first = base() + ptrdiff_t{y0} * in.stride;
-        const uint32_t above = ~((1u << f.bits) - 1u) & 0xFFFFu;
-        if ((orRun(first, ptrdiff_t{y1 - y0} * in.width) & above) != 0) return nullptr;
-        return reinterpret_cast<const uint16_t *>(static_cast<const void *>(first));
+        if (!rowsOfSamples() || !clean(first, ptrdiff_t{y1 - y0} * in.width)) return nullptr;
+        return samplesAt(first);
     }
     // Rows [y0, y1) as full samples, w apart: where they lie (inPlace), else converted into `band`.
     const uint16_t *band(int32_t y0, int32_t y1, uint16_t *band) const {
@@ -186,14 +192,29 @@ struct Source {
         y0 = std::max(y0, 0), y1 = std::min(y1, in.height);
         if (y0 < y1) to(y0, y1, 0, in.width, frame + ptrdiff_t{y0} * in.width);
     }
-    // What the first and last rows and columns of the kernels read, into the frame: eight rows and
-    // columns on each side.
-    void borders() const {
-        const int32_t h = in.height, w = in.width;
+    // What the first and last rows and columns of the kernels read, eight rows and columns on each side:
+    // where they lie when they already are full samples, else converted into the frame. Returns the rows
+    // to read them from (the input or the frame).
+    const uint16_t *borders() const {
+        const int32_t h = in.height, w = in.width, top = std::min(8, h), bottom = std::max(top, h - 8);
+        const int32_t side = std::min(8, w);
+        const unsigned char *at = base();
+        bool whole = rowsOfSamples() && clean(at, ptrdiff_t{top} * w) &&
+                     clean(at + ptrdiff_t{bottom} * in.stride, ptrdiff_t{h - bottom} * w);
+        for (ptrdiff_t y = top; whole && y < bottom; ++y)
+            whole = clean(at + y * in.stride, side) && clean(at + y * in.stride + 2 * ptrdiff_t{w - side}, side);
+        if (whole) return samplesAt(at);
         rows(0, 8);
         rows(std::max(8, h - 8), h);
         to(0, h, 0, std::min(8, w), frame);
         to(0, h, std::max(8, w - 8), w, frame);
+        return frame;
+    }
+    // The whole frame: where it lies (inPlace), else converted into the frame.
+    const uint16_t *whole() const {
+        if (const uint16_t *all = inPlace(0, in.height)) return all;
+        rows(0, in.height);
+        return frame;
     }
 };
 
@@ -325,6 +346,24 @@ void bilinearTopPixel(const Frame &f, ptrdiff_t y, ptrdiff_t x, const Out16 &out
     out.put(y * w + x, v[2], v[1], v[0]);
 }
 
+// Rows 0 and 1 of a green-first frame: bilinearTopPixel, written out for the columns with both side
+// neighbours (row 0: green at even columns, blue at odd ones, nothing above; row 1: red at even columns).
+void bilinearTopRows(const Frame &f, const Out16 &out) {
+    const ptrdiff_t w = f.w;
+    for (ptrdiff_t y = 0; y < 2; ++y) bilinearTopPixel(f, y, 0, out), bilinearTopPixel(f, y, w - 1, out);
+    for (ptrdiff_t x = 1; x + 1 < w; ++x) {
+        const uint32_t l0 = f.s(0, x - 1), c0 = f.s(0, x), r0 = f.s(0, x + 1);
+        const uint32_t l1 = f.s(1, x - 1), c1 = f.s(1, x), r1 = f.s(1, x + 1), c2 = f.s(2, x);
+        if (x & 1) { // blue, then green between reds
+            out.put(x, (l1 + r1) >> 1, (l0 + r0 + 2 * c1) >> 2, c0);
+            out.put(w + x, (l1 + r1) >> 1, c1, (c0 + c2) >> 1);
+        } else { // green between blues, then red
+            out.put(x, c1, c0, (l0 + r0) >> 1);
+            out.put(w + x, c1, (l1 + r1 + c0 + c2) >> 2, (l0 + r0 + f.s(2, x - 1) + f.s(2, x + 1)) >> 2);
+        }
+    }
+}
+
 // The RGGB bilinear pieces on the frame (RGGB and BGGR) or on the frame without its first row (GBRG and
 // GRBG), into interleaved pixels with their order flag or into planes (blue-site, green, red-site).
 struct BilinearPieces {
@@ -344,8 +383,7 @@ struct BilinearPieces {
 
     void first() const {
         if (greenFirst) {
-            for (ptrdiff_t y = 0; y < 2; ++y)
-                for (ptrdiff_t x = 0; x < f.w; ++x) bilinearTopPixel(f, y, x, topRows);
+            bilinearTopRows(f, topRows);
         } else if (planar) {
             bilinearFirstRowsRGGBU16P(sub(), p(0, 0), p(1, 0), p(2, 0), f.w);
         } else {
@@ -375,9 +413,8 @@ struct BilinearPieces {
 };
 
 // On one thread with input to convert: the body in bands of row pairs, each band's rows converted into
-// `band` just before it while the band before fetches them into the cache; the first and last rows and
-// columns from the frame's borders (the pieces read only the source and write different pixels, so their
-// order does not matter).
+// `band` just before it while the band before fetches them into the cache; then the first and last rows
+// and columns (the pieces read only the source and write different pixels, so their order does not matter).
 bool bilinearAhead(const BilinearPieces &pieces, const Source &source, uint16_t *band) {
     const int32_t h = static_cast<int32_t>(pieces.height()), below = pieces.greenFirst ? 1 : 0;
     const int32_t lastPairEnd = h - 1 - (h & 1), pairs = (lastPairEnd - 1) / 2, step = bandRows(pieces.f.w) / 2;
@@ -392,7 +429,6 @@ bool bilinearAhead(const BilinearPieces &pieces, const Source &source, uint16_t 
                                source.fetchFrom(below + end + 1));
         stopRow = static_cast<int32_t>(stop >> 32) + (first - 1);
     }
-    source.borders();
     pieces.first();
     pieces.last(stopRow, static_cast<int32_t>(stop & 0xFFFFFFFFu));
     return true;
@@ -414,7 +450,7 @@ void bilinear(const Frame &f, const Layout &layout, unsigned char *out, Processi
     vq::Workers *workers = vq::u16::workersFor(handle, count, n);
     if (workers == nullptr) {
         if (ahead != nullptr && bilinearAhead(pieces, *ahead, band)) return;
-        if (ahead != nullptr) ahead->rows(0, static_cast<int32_t>(f.h));
+        if (ahead != nullptr) pieces.f.src = ahead->whole();
         pieces.first();
         const uint64_t stop = pieces.body(0, pieces.height());
         pieces.last(static_cast<int32_t>(stop >> 32), static_cast<int32_t>(stop & 0xFFFFFFFFu));
@@ -429,10 +465,9 @@ vq::u16::EdgeRun edgeRunFor(const Frame &f, int label, uint16_t *dst, int32_t ma
     return vq::u16::edgeRunOf(f.src, f.h, f.w, dst, kStartRow[label], kStartColumn[label], maximum);
 }
 
-// The driver on one thread with input to convert: the borders from the frame's, the kernel in bands of
-// rows, each band's rows converted into `band` just before it while the band before fetches them.
+// The driver on one thread with input to convert: the kernel in bands of rows, each band's rows converted
+// into `band` just before it while the band before fetches them.
 void edgeAhead(const vq::u16::EdgeRun &r, const Source &source, uint16_t *band) {
-    source.borders();
     vq::u16::edgeBefore(r);
     const uint32_t kernelRows = vq::u16::edgeKernelRows(r);
     const int32_t rowEnd = static_cast<int32_t>(kernelRows - 1u), step = bandRows(r.width);
@@ -537,7 +572,11 @@ VQP_EXTERN int32_t vqpDemosaicing16(ProcessingHandle *handle, const ImageFrame *
         const Source *ahead = nullptr;
         if (!direct && (workers != nullptr || method == VQP_METHOD_NEAREST)) readInput(workers, requested, source);
         else if (!direct) ahead = &source;
-        const Frame f{direct ? static_cast<const uint16_t *>(in->data) : frame, h, w, input.phase};
+        // With input converted as the kernels go, the pieces of the first and last rows and columns read the
+        // borders from where source.borders() leaves them.
+        const uint16_t *src = direct ? static_cast<const uint16_t *>(in->data) : frame;
+        if (ahead != nullptr) src = source.borders();
+        const Frame f{src, h, w, input.phase};
         auto *dst = static_cast<unsigned char *>(out->data);
 
         if (method == VQP_METHOD_NEAREST) {
