@@ -245,20 +245,18 @@ ptrdiff_t maskSamples(const unsigned char *src, ptrdiff_t n, uint32_t mask, unsi
 }
 
 // Packed pairs, two samples in three bytes: the high bits of the first in byte 0 and of the second in
-// byte 2, their low `Low` bits in the low and high nibble of byte 1. loadPairs puts bytes 0 and 2 of each
-// group in a lane pair; the same load one byte on gives byte 1 in the even lane, which evensOf copies to
-// the odd one.
+// byte 2, their low `Low` bits in the low and high nibble of byte 1. loadMiddles gives each lane of a pair
+// its high byte above byte 1.
 template <class O, int Low>
 ptrdiff_t unpackSamples(const unsigned char *src, ptrdiff_t groups, ptrdiff_t srcBytes, unsigned char *dst) {
-    constexpr ptrdiff_t G = O::N / 2, readBytes = 3 * G + 1;
-    const auto lowMask = O::set1((1u << Low) - 1u);
+    constexpr ptrdiff_t G = O::N / 2, readBytes = 3 * G;
+    const auto lowMask = O::set1((1u << Low) - 1u), highMask = O::set1(0xFFFFu << Low & 0xFFFFu);
     ptrdiff_t g = 0;
     for (; g + G <= groups && 3 * g + readBytes <= srcBytes; g += G) {
-        const unsigned char *p = src + 3 * g;
-        const auto high = O::loadPairs(p), next = O::loadPairs(p + 1);
-        const auto middle = O::evensOf(next, next);
-        const auto low = O::and_(O::oddFrom(middle, O::template srl<4>(middle)), lowMask);
-        O::store16b(dst + 4 * g, O::add(O::template sll<Low>(high), low));
+        const auto v = O::loadMiddles(src + 3 * g); // high byte << 8 | byte 1
+        const auto high = O::and_(O::template srl<8 - Low>(v), highMask);
+        const auto low = O::and_(O::oddFrom(v, O::template srl<4>(v)), lowMask);
+        O::store16b(dst + 4 * g, O::add(high, low));
     }
     return g;
 }

@@ -112,13 +112,20 @@ struct NeonOps {
     }
     static D laneBack32(D prev, D cur) { return vextq_u32(prev, cur, 3); }
     static D laneNext32(D cur, D next) { return vextq_u32(cur, next, 1); }
-    static W loadPairs(const unsigned char *p) {
+    // Bytes 0..11 of p (four 3-byte groups) in the low bytes.
+    static uint8x16_t groups(const unsigned char *p) {
         uint32_t last;
         std::memcpy(&last, p + 8, 4);
         const uint32x4_t first = vreinterpretq_u32_u8(vcombine_u8(vld1_u8(p), vdup_n_u8(0)));
-        const uint8x16_t in = vreinterpretq_u8_u32(vsetq_lane_u32(last, first, 2));
+        return vreinterpretq_u8_u32(vsetq_lane_u32(last, first, 2));
+    }
+    static W loadPairs(const unsigned char *p) {
         static constexpr uint8_t kPick[16] = {0, 255, 2, 255, 3, 255, 5, 255, 6, 255, 8, 255, 9, 255, 11, 255};
-        return vreinterpretq_u16_u8(vqtbl1q_u8(in, vld1q_u8(kPick)));
+        return vreinterpretq_u16_u8(vqtbl1q_u8(groups(p), vld1q_u8(kPick)));
+    }
+    static W loadMiddles(const unsigned char *p) {
+        static constexpr uint8_t kPick[16] = {1, 0, 1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11};
+        return vreinterpretq_u16_u8(vqtbl1q_u8(groups(p), vld1q_u8(kPick)));
     }
     template <int C> static W channel3x16b(const unsigned char *p) {
         uint16_t in[3 * N];

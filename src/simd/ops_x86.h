@@ -183,12 +183,21 @@ struct Avx2Ops {
         return _mm256_alignr_epi8(_mm256_permute2x128_si256(cur, next, 0x21), cur, 4);
     }
     // N packed-pair samples (3N/2 bytes read, no more), the first and third byte of each group.
-    static W loadPairs(const unsigned char *p) {
+    // Bytes 0..11 and 12..23 of p (eight 3-byte groups) in the low bytes of the two halves.
+    static __m256i groups(const unsigned char *p) {
         const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
         const __m128i hi = _mm_alignr_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(p + 16)), lo, 12);
+        return _mm256_set_m128i(hi, lo);
+    }
+    static W loadPairs(const unsigned char *p) {
         const __m256i pick = _mm256_setr_epi8(0, -1, 2, -1, 3, -1, 5, -1, 6, -1, 8, -1, 9, -1, 11, -1,
                                               0, -1, 2, -1, 3, -1, 5, -1, 6, -1, 8, -1, 9, -1, 11, -1);
-        return _mm256_shuffle_epi8(_mm256_set_m128i(hi, lo), pick);
+        return _mm256_shuffle_epi8(groups(p), pick);
+    }
+    static W loadMiddles(const unsigned char *p) {
+        const __m256i pick = _mm256_setr_epi8(1, 0, 1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11,
+                                              1, 0, 1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11);
+        return _mm256_shuffle_epi8(groups(p), pick);
     }
     // Channel C of N interleaved three-sample pixels, and the same pixels with the channels in `Mask`
     // (bit c for channel c) replaced, the others kept.
@@ -455,11 +464,18 @@ struct Avx512Ops {
     }
     static D laneBack32(D prev, D cur) { return _mm512_alignr_epi32(cur, prev, 15); }
     static D laneNext32(D cur, D next) { return _mm512_alignr_epi32(next, cur, 1); }
+    // Bytes 0..47 of p (sixteen 3-byte groups), twelve in the low bytes of each 128-bit lane.
+    static __m512i groups(const unsigned char *p) {
+        return _mm512_permutexvar_epi32(_mm512_setr_epi32(0, 1, 2, 0, 3, 4, 5, 0, 6, 7, 8, 0, 9, 10, 11, 0),
+                                        _mm512_maskz_loadu_epi8(0x0000FFFFFFFFFFFFull, p));
+    }
     static W loadPairs(const unsigned char *p) {
-        const __m512i in = _mm512_permutexvar_epi32(_mm512_setr_epi32(0, 1, 2, 0, 3, 4, 5, 0, 6, 7, 8, 0, 9, 10, 11, 0),
-                                                    _mm512_maskz_loadu_epi8(0x0000FFFFFFFFFFFFull, p));
         const __m512i pick = _mm512_broadcast_i32x4(_mm_setr_epi8(0, -1, 2, -1, 3, -1, 5, -1, 6, -1, 8, -1, 9, -1, 11, -1));
-        return _mm512_shuffle_epi8(in, pick);
+        return _mm512_shuffle_epi8(groups(p), pick);
+    }
+    static W loadMiddles(const unsigned char *p) {
+        const __m512i pick = _mm512_broadcast_i32x4(_mm_setr_epi8(1, 0, 1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11));
+        return _mm512_shuffle_epi8(groups(p), pick);
     }
     // Channel C of N interleaved three-sample pixels: sample 3L + C of the three vectors for lane L.
     template <int C> static W channel3x16b(const unsigned char *p) {
