@@ -21,6 +21,7 @@
 //   last columns   green and blue of columns X .. w-1 from row S down, red from column X-1 and row S-1
 // A piece writes all its greens before any red or blue, and reads the greens of other sites from the
 // destination, so every red and blue sees final greens.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -139,6 +140,22 @@ void fillRed(const EdgeFrame &f, int32_t y0, int32_t y1, int32_t x0, int32_t x1)
         for (int32_t x = x0; x < x1; ++x) f.put(y, x, kRed, f.colour(y, x, true));
 }
 
+// A strip of columns down the frame: greens and blues of rows 2 .. h-1 in columns [x0, x1), reds of rows
+// 1 .. h-1 in columns [r0, r1). A block of rows at a time, the greens a row ahead of the blues and reds
+// that read them, so that the three find the block's rows in the cache (one pass each would fetch every
+// row of the strip three times).
+void fillStrip(const EdgeFrame &f, int32_t x0, int32_t x1, int32_t r0, int32_t r1) {
+    constexpr int32_t kBlock = 32;
+    int32_t greens = 2; // the first row without its greens
+    for (int32_t y = 1; y < f.h; y += kBlock) {
+        const int32_t end = std::min(f.h, y + kBlock), ahead = std::min(f.h, end + 1);
+        fillGreen(f, greens, ahead, x0, x1);
+        greens = std::max(greens, ahead);
+        fillBlue(f, std::max(y, 2), end, x0, x1);
+        fillRed(f, y, end, r0, r1);
+    }
+}
+
 // The rows above a kernel that starts at row `startRow`; red of the last of them needs the kernel's
 // greens and is left to it.
 void firstRows(const EdgeFrame &f, int32_t startRow) {
@@ -169,11 +186,7 @@ void firstRowsGBRG(const uint16_t *src, uint16_t *dst, int32_t h, int32_t w, int
 }
 
 // Columns left of the kernel's start column, from row 2 down (rows 0 and 1 are the first rows').
-void firstCols(const EdgeFrame &f, int32_t startColumn) {
-    fillGreen(f, 2, f.h, 0, startColumn);
-    fillBlue(f, 2, f.h, 0, startColumn);
-    fillRed(f, 1, f.h, 0, startColumn - 1);
-}
+void firstCols(const EdgeFrame &f, int32_t startColumn) { fillStrip(f, 0, startColumn, 0, startColumn - 1); }
 
 } // namespace
 
@@ -223,10 +236,7 @@ VQP_EXTERN void edgeLastColsRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t
     const int32_t X = firstColumnLeft;
     const int32_t left = minus32(w, X);
     if (left < 1 || left > 3) return;
-    const EdgeFrame f{src, dst, h, w, 0, X & 1, maximum};
-    fillGreen(f, 2, h, X, w);
-    fillBlue(f, 2, h, X, w);
-    fillRed(f, 1, h, X - 1, w);
+    fillStrip(EdgeFrame{src, dst, h, w, 0, X & 1, maximum}, X, w, X - 1, w);
 }
 
 // ---- one driver in three steps: borders before the kernel, the kernel, borders after it --------
