@@ -4,8 +4,9 @@
 // otherwise it is reassembled into rows of full samples, bits above the depth dropped, in the handle's
 // scratch block: on one thread a band of rows at a time, just before the kernels read it (while the band
 // before fetches its input into the cache), and the border strips into a frame-sized block for the border
-// pieces; on several threads the whole frame first. A band of deep samples in 16-bit containers with
-// rows packed is read where it lies too when none of its samples has a bit set above the depth. The
+// pieces; on several threads the whole frame first. On one thread, deep samples in 16-bit containers with
+// rows packed are read where they lie too, a band or the border strips at a time, when none of them has a
+// bit set above the depth. The
 // kernels are those of the RGGB bilinear and the edge-directed drivers:
 //   - bilinear: the RGGB pieces serve RGGB frames and, with red and blue exchanged, BGGR frames; GBRG
 //     frames (and GRBG, exchanged) are RGGB frames without their first row, so the pieces run on the frame
@@ -177,7 +178,8 @@ struct Source {
         to(y0, y1, 0, in.width, band);
         return band;
     }
-    // Fetching the input rows from row y on, as the kernels go down a band.
+    // Fetching the input rows from row y on, as the kernels go down a band (rows of a packed run of odd
+    // width start inside a pair: their addresses are then off by a byte, which a fetch does not mind).
     vq::u16::RowFetch fetchFrom(int32_t y) const {
         vq::u16::RowFetch fetch;
         if (y >= in.height) return fetch;
