@@ -26,23 +26,14 @@ bool convertsByRows(uint32_t phase, uint64_t config, uint32_t method);
 int32_t rowBandStep(uint32_t phase);
 
 // What the edge-directed conversion calls before a band reads its rows: reduce(context, end) makes the
-// source rows before `end` ready. The body band of row r fetches input rows r + distance and the one after
-// into the cache as it goes (rows `rowBytes` apart from `input`, `twoColumnBytes` for two columns).
+// source rows before `end` ready. The body band of row r fetches the input rows fetch.at(r) into the cache
+// as it goes (`fetch` starts some rows below the first).
 struct RowsReady {
     void (*reduce)(void *context, int32_t end);
     void *context;
-    const unsigned char *input;
-    ptrdiff_t rowBytes;
-    int32_t twoColumnBytes, height, distance;
+    simd::FetchRows fetch;
     void operator()(ptrdiff_t end) const { reduce(context, static_cast<int32_t>(end)); }
-    simd::Ahead ahead(ptrdiff_t r) const {
-        simd::Ahead a;
-        if (r + distance + 1 >= height) return a;
-        a.row[0] = input + (r + distance) * rowBytes;
-        a.row[1] = a.row[0] + rowBytes;
-        a.twoColumnBytes = twoColumnBytes;
-        return a;
-    }
+    simd::Ahead ahead(ptrdiff_t r) const { return fetch.at(r); }
 };
 
 // The edge-directed conversion of an 8-bit mosaic whose rows are made ready as the bands reach them (rows

@@ -162,14 +162,13 @@ void reduceAsBandsArrive(const ImageFrame *in, int32_t rule, uint32_t phase, uin
         p.done = to;
     };
     const ptrdiff_t pixels = ptrdiff_t{in->height} * in->width;
-    // The rows of the next step but one are fetched while the bands before it run.
-    const vq::RowsReady ready{reduce,
-                              &progress,
-                              static_cast<const unsigned char *>(in->data),
-                              inputRowBytes(in, rule),
-                              rule > 0 ? 4 : 3,
-                              in->height,
-                              20};
+    // The rows of the next step but one (20 rows below a band) are fetched while the bands before it run.
+    constexpr int32_t kDistance = 20;
+    const ptrdiff_t rowBytes = inputRowBytes(in, rule);
+    const auto *input = static_cast<const unsigned char *>(in->data);
+    const vq::RowsReady ready{reduce, &progress,
+                              vq::simd::FetchRows{in->height > kDistance ? input + kDistance * rowBytes : nullptr,
+                                                  rowBytes, rule > 0 ? 4 : 3, in->height - kDistance}};
     vq::convertEdgeAsRowsArrive(phase, work, dst, in->height, in->width, config, work + pixels + 16, ready);
 }
 

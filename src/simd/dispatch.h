@@ -28,6 +28,23 @@ struct Ahead {
     int32_t twoColumnBytes = 0;
 };
 
+// Input rows fetched a row pair at a time as the interiors go down a frame or a band: the pair of row t
+// (counted from `first`) fetches rows first + t * rowBytes and the one after, while both lie before row
+// `rows`.
+struct FetchRows {
+    const unsigned char *first = nullptr;
+    ptrdiff_t rowBytes = 0;
+    int32_t twoColumnBytes = 0, rows = 0;
+    Ahead at(ptrdiff_t t) const {
+        Ahead a;
+        if (first == nullptr || t < 0 || t + 1 >= rows) return a;
+        a.row[0] = first + t * rowBytes;
+        a.row[1] = a.row[0] + rowBytes;
+        a.twoColumnBytes = twoColumnBytes;
+        return a;
+    }
+};
+
 // What an edge-directed body band writes (StoreKernels::edgeBody).
 constexpr int kEdgeRowAbove = 1, kEdgeRowsBelow = 2, kEdgeAll = 3;
 

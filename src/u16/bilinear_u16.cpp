@@ -149,7 +149,7 @@ int32_t vectorRows(Mosaic16 s, int32_t r, int32_t X, const PlanarU16 &o, const v
 }
 
 template <class Store>
-uint64_t body(Mosaic16 s, int32_t h, int32_t w, const Store &o, const vq::u16::RowFetch &fetch = {}) {
+uint64_t body(Mosaic16 s, int32_t h, int32_t w, const Store &o, const vq::simd::FetchRows &fetch = {}) {
     const int32_t Y = firstRowLeft(h), X = firstColumnLeft(w);
     for (int32_t r = 1; r < Y; r += 2) {
         for (int32_t k = vectorRows(s, r, X, o, fetch.at(r - 1)); k < X - 1; k += 2) {
@@ -277,11 +277,11 @@ VQP_EXTERN void bilinearLastColsRGGBU16P(const uint16_t *src, uint16_t *planeB, 
 }
 
 uint64_t vq::u16::bilinearBody(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width, uint32_t order,
-                               const RowFetch &fetch) {
+                               const simd::FetchRows &fetch) {
     return body(Mosaic16{src, signedOf(width)}, signedOf(height), signedOf(width), InterleavedU16(dst, order), fetch);
 }
 uint64_t vq::u16::bilinearBodyPlanar(const uint16_t *src, uint16_t *const planes[3], uint32_t height, uint32_t width,
-                                     const RowFetch &fetch) {
+                                     const simd::FetchRows &fetch) {
     return body(Mosaic16{src, signedOf(width)}, signedOf(height), signedOf(width),
                 PlanarU16{planes[0], planes[1], planes[2]}, fetch);
 }

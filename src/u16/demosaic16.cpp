@@ -180,8 +180,8 @@ struct Source {
     }
     // Fetching the input rows from row y on, as the kernels go down a band (rows of a packed run of odd
     // width start inside a pair: their addresses are then off by a byte, which a fetch does not mind).
-    vq::u16::RowFetch fetchFrom(int32_t y) const {
-        vq::u16::RowFetch fetch;
+    vq::simd::FetchRows fetchFrom(int32_t y) const {
+        vq::simd::FetchRows fetch;
         if (y >= in.height) return fetch;
         fetch.rowBytes = oneRun() ? ptrdiff_t{in.width} * 3 / 2 : in.stride;
         fetch.first = base() + ptrdiff_t{y} * fetch.rowBytes;
@@ -396,7 +396,7 @@ struct BilinearPieces {
     }
     uint64_t body(int32_t row, uint32_t rows) const { return bodyFrom(sub() + ptrdiff_t{row} * f.w, row, rows); }
     // The body on the sub-frame from `row` whose rows are at s, fetching the rows of `fetch` as it goes.
-    uint64_t bodyFrom(const uint16_t *s, int32_t row, uint32_t rows, const vq::u16::RowFetch &fetch = {}) const {
+    uint64_t bodyFrom(const uint16_t *s, int32_t row, uint32_t rows, const vq::simd::FetchRows &fetch = {}) const {
         if (planar) {
             uint16_t *const at[3] = {p(0, row), p(1, row), p(2, row)};
             return vq::u16::bilinearBodyPlanar(s, at, rows, f.w, fetch);

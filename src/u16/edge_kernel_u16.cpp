@@ -33,7 +33,7 @@ namespace {
 // The row pairs of a kernel run starting at rows [tBegin, tEnd) (tBegin even); row pairs start below rowEnd.
 // Fetches the rows of `fetch` as it goes, the pair from row t those of band row t.
 void kernelPairs(const uint16_t *src, uint16_t *dst, int32_t rowEnd, uint32_t width, int32_t startColumn,
-                 int32_t maximum, int32_t tBegin, int32_t tEnd, const vq::u16::RowFetch &fetch = {}) {
+                 int32_t maximum, int32_t tBegin, int32_t tEnd, const vq::simd::FetchRows &fetch = {}) {
     const int32_t w = static_cast<int32_t>(width);
     const int32_t columnEnd = vq::u16::edgeColumnEnd(width, startColumn);
     const ptrdiff_t sw = w;      // source row stride
@@ -114,7 +114,7 @@ VQP_EXTERN uint64_t edgeSecRGGBU16(const uint16_t *src, uint16_t *dst, uint32_t 
 }
 
 void vq::u16::edgeKernelPart(const EdgeRun &r, int32_t firstRow, int32_t endRow, const uint16_t *rows,
-                             const RowFetch &fetch) {
+                             const simd::FetchRows &fetch) {
     const int32_t rowEnd = static_cast<int32_t>(edgeKernelRows(r) - 1u);
     if (rowEnd < 1 || firstRow >= rowEnd) return;
     const ptrdiff_t w = r.width, y = r.startRow + firstRow;

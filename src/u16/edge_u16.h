@@ -33,7 +33,7 @@ uint32_t edgeKernelRows(const EdgeRun &r);
 // three below the last at `rows` (w samples apart): the kernel over all its rows in parts, the same bytes.
 // The pair from kernel row firstRow + t fetches the rows of `fetch`'s band row t.
 void edgeKernelPart(const EdgeRun &r, int32_t firstRow, int32_t endRow, const uint16_t *rows,
-                    const RowFetch &fetch = {});
+                    const simd::FetchRows &fetch = {});
 // What the kernel returns for `rows` rows: (rows covered << 32) | first column not centred on; 0 when
 // it covers no row pair.
 uint64_t edgeKernelStop(uint32_t rows, uint32_t width, int32_t startColumn);

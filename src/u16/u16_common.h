@@ -9,29 +9,13 @@
 
 namespace vq::u16 {
 
-// Input rows that the vector interiors fetch into the cache as they go down a band of rows converted
-// from them, so that the next band's input is there when it is converted: the row pair from band row t
-// fetches rows first + t * rowBytes and the one after, while both lie before row `rows`.
-struct RowFetch {
-    const unsigned char *first = nullptr;
-    ptrdiff_t rowBytes = 0;
-    int32_t twoColumnBytes = 0, rows = 0;
-    simd::Ahead at(int32_t t) const {
-        simd::Ahead a;
-        if (first == nullptr || t < 0 || t + 1 >= rows) return a;
-        a.row[0] = first + ptrdiff_t{t} * rowBytes;
-        a.row[1] = a.row[0] + rowBytes;
-        a.twoColumnBytes = twoColumnBytes;
-        return a;
-    }
-};
-
-// The RGGB bilinear body (bilinearBodyRGGBU16 / bilinearBodyRGGBU16P) fetching `fetch`'s rows as it goes,
-// the row pair from row r those of band row r - 1.
+// The RGGB bilinear body (bilinearBodyRGGBU16 / bilinearBodyRGGBU16P) fetching `fetch`'s rows into the
+// cache as it goes (the next band's input, so that its conversion finds it there), the row pair from row r
+// those of fetch.at(r - 1).
 uint64_t bilinearBody(const uint16_t *src, uint16_t *dst, uint32_t height, uint32_t width, uint32_t order,
-                      const RowFetch &fetch);
+                      const simd::FetchRows &fetch);
 uint64_t bilinearBodyPlanar(const uint16_t *src, uint16_t *const planes[3], uint32_t height, uint32_t width,
-                            const RowFetch &fetch);
+                            const simd::FetchRows &fetch);
 
 // 16-bit samples at any byte address (a frame inside a packet buffer may start at an odd one): every
 // load and store goes through memcpy, which compilers turn into plain moves.
