@@ -206,33 +206,20 @@ namespace Velqora
         /// one per hardware thread) splits the frame over that many threads of this Demosaicer.
         /// </summary>
         public void Demosaic(byte[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
-                             DemosaicMethod method, byte[] output, int outputOffset, int threads = 1)
-        {
-            CheckArrays(input, inputOffset, output, outputOffset);
-            Run(Pinned.Of(input, inputOffset, 1, nameof(inputOffset)), height, width, stride, inputFormat, method,
-                Pinned.Of(output, outputOffset, 1, nameof(outputOffset)), threads);
-        }
+                             DemosaicMethod method, byte[] output, int outputOffset, int threads = 1) =>
+            Arrays(false, input, inputOffset, 1, height, width, stride, inputFormat, method, output, outputOffset, threads);
 
         /// <summary>As the byte[] form, from 16-bit samples (Mono10 to Mono16, BayerXX10 to BayerXX16).
         /// `inputOffset` counts samples; `stride` counts bytes, as everywhere in the library.</summary>
         public void Demosaic(ushort[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
-                             DemosaicMethod method, byte[] output, int outputOffset, int threads = 1)
-        {
-            CheckArrays(input, inputOffset, output, outputOffset);
-            CheckSamples16(inputFormat);
-            Run(Pinned.Of(input, inputOffset, 2, nameof(inputOffset)), height, width, stride, inputFormat, method,
-                Pinned.Of(output, outputOffset, 1, nameof(outputOffset)), threads);
-        }
+                             DemosaicMethod method, byte[] output, int outputOffset, int threads = 1) =>
+            Arrays(false, input, inputOffset, 2, height, width, stride, inputFormat, method, output, outputOffset, threads);
 
         /// <summary>As the byte[] form, on native buffers (a camera SDK's frame, say): `inputBytes` and
         /// `outputBytes` are the bytes that may be used from each pointer, which the call checks.</summary>
         public void Demosaic(IntPtr input, long inputBytes, int height, int width, int stride, PixelFormat inputFormat,
-                             DemosaicMethod method, IntPtr output, long outputBytes, int threads = 1)
-        {
-            CheckNative(input, inputBytes, output, outputBytes);
-            Run(new Pinned(input, inputBytes), height, width, stride, inputFormat, method, new Pinned(output, outputBytes),
-                threads);
-        }
+                             DemosaicMethod method, IntPtr output, long outputBytes, int threads = 1) =>
+            Buffers(false, input, inputBytes, height, width, stride, inputFormat, method, output, outputBytes, threads);
 
         /// <summary>
         /// Converts one Bayer frame of 10 to 16 bits (unpacked or packed) without reducing its depth, into
@@ -240,87 +227,57 @@ namespace Velqora
         /// Offsets, strides and threads as in Demosaic; the input is only read.
         /// </summary>
         public void Demosaic16(byte[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
-                               DemosaicMethod method, ushort[] output, int outputOffset, int threads = 1)
-        {
-            CheckArrays(input, inputOffset, output, outputOffset);
-            Run16(Pinned.Of(input, inputOffset, 1, nameof(inputOffset)), height, width, stride, inputFormat, method,
-                  Pinned.Of(output, outputOffset, 2, nameof(outputOffset)), threads);
-        }
+                               DemosaicMethod method, ushort[] output, int outputOffset, int threads = 1) =>
+            Arrays(true, input, inputOffset, 1, height, width, stride, inputFormat, method, output, outputOffset, threads);
 
         /// <summary>As the byte[] form, from 16-bit samples; `inputOffset` counts samples, `stride` bytes.</summary>
         public void Demosaic16(ushort[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
-                               DemosaicMethod method, ushort[] output, int outputOffset, int threads = 1)
-        {
-            CheckArrays(input, inputOffset, output, outputOffset);
-            CheckSamples16(inputFormat);
-            Run16(Pinned.Of(input, inputOffset, 2, nameof(inputOffset)), height, width, stride, inputFormat, method,
-                  Pinned.Of(output, outputOffset, 2, nameof(outputOffset)), threads);
-        }
+                               DemosaicMethod method, ushort[] output, int outputOffset, int threads = 1) =>
+            Arrays(true, input, inputOffset, 2, height, width, stride, inputFormat, method, output, outputOffset, threads);
 
         /// <summary>As the byte[] form, on native buffers of the given sizes in bytes.</summary>
         public void Demosaic16(IntPtr input, long inputBytes, int height, int width, int stride, PixelFormat inputFormat,
-                               DemosaicMethod method, IntPtr output, long outputBytes, int threads = 1)
-        {
-            CheckNative(input, inputBytes, output, outputBytes);
-            Run16(new Pinned(input, inputBytes), height, width, stride, inputFormat, method, new Pinned(output, outputBytes),
-                  threads);
-        }
+                               DemosaicMethod method, IntPtr output, long outputBytes, int threads = 1) =>
+            Buffers(true, input, inputBytes, height, width, stride, inputFormat, method, output, outputBytes, threads);
 
-        // Both arrays and their offsets are checked before either is pinned, so a refused argument leaves
-        // nothing pinned.
-        private static void CheckArrays(Array input, int inputOffset, Array output, int outputOffset)
+        // The array forms: `full` for Demosaic16 (ushort[] output) rather than Demosaic (byte[] output);
+        // `sampleBytes` 2 for ushort[] input, 1 for byte[]. Both arrays and their offsets are checked before
+        // either is pinned, so a refused argument leaves nothing pinned.
+        private void Arrays(bool full, Array input, int inputOffset, int sampleBytes, int height, int width, int stride,
+                            PixelFormat inputFormat, DemosaicMethod method, Array output, int outputOffset, int threads)
         {
             if (input == null) throw new ArgumentNullException(nameof(input));
             if (output == null) throw new ArgumentNullException(nameof(output));
             if (inputOffset < 0 || inputOffset > input.Length) throw new ArgumentOutOfRangeException(nameof(inputOffset));
             if (outputOffset < 0 || outputOffset > output.Length) throw new ArgumentOutOfRangeException(nameof(outputOffset));
-        }
-
-        private static void CheckSamples16(PixelFormat inputFormat)
-        {
-            if (SampleBits(inputFormat) != 16)
+            if (sampleBytes == 2 && SampleBits(inputFormat) != 16)
                 throw new ArgumentException(inputFormat + " has no 16-bit samples: pass its bytes as byte[]", nameof(inputFormat));
+            Run(full, Pinned.Of(input, inputOffset, sampleBytes), height, width, stride, inputFormat, method,
+                Pinned.Of(output, outputOffset, full ? 2 : 1), threads);
         }
 
-        private static void CheckNative(IntPtr input, long inputBytes, IntPtr output, long outputBytes)
+        // The native-buffer forms, `full` as for Arrays.
+        private void Buffers(bool full, IntPtr input, long inputBytes, int height, int width, int stride,
+                             PixelFormat inputFormat, DemosaicMethod method, IntPtr output, long outputBytes, int threads)
         {
             if (input == IntPtr.Zero) throw new ArgumentNullException(nameof(input));
             if (output == IntPtr.Zero) throw new ArgumentNullException(nameof(output));
             if (inputBytes < 0) throw new ArgumentOutOfRangeException(nameof(inputBytes));
             if (outputBytes < 0) throw new ArgumentOutOfRangeException(nameof(outputBytes));
+            Run(full, new Pinned(input, inputBytes), height, width, stride, inputFormat, method,
+                new Pinned(output, outputBytes), threads);
         }
 
-        private void Run16(Pinned input, int height, int width, int stride, PixelFormat inputFormat, DemosaicMethod method,
-                           Pinned output, int threads)
-        {
-            Run(Native.vqpDemosaicing16, "vqpDemosaicing16", input, height, width, stride, inputFormat, method, output,
-                () => OutputSize(height, width, OutputFormat16), threads);
-        }
-
-        // The library's entry points of one frame, as the common path calls them: the 8-bit output entry
-        // (vqpDemosaicing, or vqpDemosaicingParallel with threads other than 1) and the full-depth one.
-        private delegate int Entry(ProcessingHandle h, ref ImageFrame input, uint method, ref ImageFrame output, uint threads);
-
-        private static int Demosaic8(ProcessingHandle h, ref ImageFrame input, uint method, ref ImageFrame output, uint threads) =>
-            threads == 1 ? Native.vqpDemosaicing(h, ref input, method, ref output)
-                         : Native.vqpDemosaicingParallel(h, ref input, method, ref output, threads);
-
-        private static readonly Entry Demosaic8Entry = Demosaic8;
-
-        private void Run(Pinned input, int height, int width, int stride, PixelFormat inputFormat, DemosaicMethod method,
-                         Pinned output, int threads)
-        {
-            Run(Demosaic8Entry, "vqpDemosaicing", input, height, width, stride, inputFormat, method, output,
-                () => OutputSize(height, width, OutputFormat), threads);
-        }
-
-        // The common path: the checks the binding can make, then the library's own.
-        private void Run(Entry entry, string name, Pinned input, int height, int width, int stride, PixelFormat inputFormat,
-                         DemosaicMethod method, Pinned output, Func<long> outputBytes, int threads)
+        // The common path of both entry points: the checks the binding can make, then the library's own.
+        // `full`: vqpDemosaicing16 into OutputFormat16; otherwise vqpDemosaicing into OutputFormat (or
+        // vqpDemosaicingParallel with threads other than 1).
+        private void Run(bool full, Pinned input, int height, int width, int stride, PixelFormat inputFormat,
+                         DemosaicMethod method, Pinned output, int threads)
         {
             using (input)
             using (output)
             {
+                string name = full ? "vqpDemosaicing16" : "vqpDemosaicing";
                 if (threads < 0) throw new ArgumentOutOfRangeException(nameof(threads));
                 ProcessingHandle h = Handle();
                 // Sizes of 3 or less (and strides) are the library's to refuse, before it reads anything.
@@ -338,19 +295,19 @@ namespace Velqora
                         if (input.Bytes < need)
                             throw new ArgumentException("the input holds " + input.Bytes + " bytes, the frame " + need, nameof(input));
                     }
-                    long outNeed = outputBytes();
+                    long outNeed = OutputSize(height, width, full ? OutputFormat16 : OutputFormat);
                     if (output.Bytes < outNeed)
                         throw new ArgumentException("the output holds " + output.Bytes + " bytes, the frame needs " + outNeed, nameof(output));
                 }
                 // The library compacts padded 8-bit rows in place; the caller's buffer is left as it was by
                 // handing it packed rows of a copy instead.
                 Pinned packed = default(Pinned);
-                if (entry == Demosaic8Entry && height > 3 && width > 3 && stride > width && SampleBits(inputFormat) == 8)
+                if (!full && height > 3 && width > 3 && stride > width && SampleBits(inputFormat) == 8)
                 {
                     var rows = new byte[(long)height * width];
                     for (int y = 0; y < height; ++y)
                         Marshal.Copy(new IntPtr(input.Address.ToInt64() + (long)y * stride), rows, y * width, width);
-                    packed = Pinned.Of(rows, 0, 1, nameof(input));
+                    packed = Pinned.Of(rows, 0, 1);
                     stride = width;
                 }
                 using (packed)
@@ -358,7 +315,9 @@ namespace Velqora
                     IntPtr data = packed.Address != IntPtr.Zero ? packed.Address : input.Address;
                     var fin = new ImageFrame { height = height, width = width, pixelFormat = (uint)inputFormat, data = data, stride = stride };
                     var fout = new ImageFrame { data = output.Address };
-                    Check(entry(h, ref fin, (uint)method, ref fout, (uint)threads), name);
+                    Check(full ? Native.vqpDemosaicing16(h, ref fin, (uint)method, ref fout, (uint)threads)
+                          : threads == 1 ? Native.vqpDemosaicing(h, ref fin, (uint)method, ref fout)
+                          : Native.vqpDemosaicingParallel(h, ref fin, (uint)method, ref fout, (uint)threads), name);
                 }
             }
         }
@@ -397,9 +356,9 @@ namespace Velqora
                 Bytes = bytes;
             }
 
-            public static Pinned Of(Array array, int offset, int elementBytes, string offsetName)
+            // `offset` is within the array (the caller checked it).
+            public static Pinned Of(Array array, int offset, int elementBytes)
             {
-                if (offset < 0 || offset > array.Length) throw new ArgumentOutOfRangeException(offsetName);
                 var pin = GCHandle.Alloc(array, GCHandleType.Pinned);
                 // An empty array holds no storage: the library gets a null pointer (NullArgument).
                 IntPtr start = array.Length == 0
