@@ -104,11 +104,7 @@ std::vector<uint16_t> run(ProcessingHandle *h, const Encoded &e, int height, int
     const int32_t rc = vqpDemosaicing16(h, &in, method, &o, threads);
     if (status != nullptr) *status = rc;
     else EXPECT_EQ(rc, VQP_OK);
-    if (rc == VQP_OK) {
-        EXPECT_EQ(o.height, height);
-        EXPECT_EQ(o.width, width);
-        EXPECT_EQ(o.pixelFormat, uint32_t(config));
-    }
+    EXPECT_TRUE(rc != VQP_OK || (o.height == height && o.width == width && o.pixelFormat == uint32_t(config)));
     return out;
 }
 
@@ -181,9 +177,7 @@ TEST(Depth16, EqualsTheExportedFunctionsWhereTheyApply) {
         const size_t n = size_t(height) * size_t(width);
         for (int bits : {12, 16}) {
             const Mosaic16 m = randomMosaic16(height, width, (1 << bits) - 1, rng);
-            const Encoded e{std::vector<uint8_t>(reinterpret_cast<const uint8_t *>(m.s.data()),
-                                                 reinterpret_cast<const uint8_t *>(m.s.data() + n)),
-                            2 * width};
+            const Encoded e = encode(m, false, bits, 2 * width, 0, rng);
             const uint32_t family = bits == 12 ? VQP_PIXEL_FORMAT_BAYER_GR12 : VQP_PIXEL_FORMAT_BAYER_GR16;
             std::vector<uint16_t> want(3 * n);
             vqpDemosaicingBilinearU16(m.s.data(), hh, ww, want.data());
@@ -238,14 +232,11 @@ TEST(Depth16, FullRangeExtremesAndTheRamp) {
             for (int i = 0; i < 90; ++i) m.s.push_back(uint16_t(pattern == 0 ? top : pattern == 1 ? (i % 2) * top : (i / 10 % 2) * top));
             const Encoded e = encode(m, false, bits, 20, false, rng);
             for (int phase = 0; phase < 4; ++phase)
-                // Nearest last: it converts the whole input into the handle's scratch, which the others must not rely on.
-            for (uint32_t method : {VQP_METHOD_BILINEAR, VQP_METHOD_EDGE, VQP_METHOD_NEAREST}) {
+                for (uint32_t method : {VQP_METHOD_BILINEAR, VQP_METHOD_EDGE, VQP_METHOD_NEAREST}) {
                     const auto got = run(h.h, e, 9, 10, kGR[k] + kPhaseOffset[phase], method, VQP_PIXEL_FORMAT_BGR16, 1);
                     EXPECT_EQ(firstDifference(got, modelOf(m, phase, method, bits)), "");
                     EXPECT_LE(*std::max_element(got.begin(), got.end()), top);
-                    if (pattern == 0) {
-                        EXPECT_EQ(*std::min_element(got.begin(), got.end()), top);
-                    }
+                    EXPECT_TRUE(pattern != 0 || *std::min_element(got.begin(), got.end()) == top);
                 }
         }
     }
@@ -264,7 +255,6 @@ TEST(Depth16, FullRangeExtremesAndTheRamp) {
 TEST(Depth16, HandWorkedSamples) {
     Handle h;
     const uint64_t config = VQP_PIXEL_FORMAT_BGR16;
-    ASSERT_EQ(vqpDemosaicSetConfig16(h.h, &config), VQP_OK);
     auto firstPixels = [&](uint32_t code, const std::vector<uint8_t> &row0, int32_t stride, uint64_t cfg) {
         std::vector<uint8_t> bytes(size_t(stride) * 4, 0);
         for (int y = 0; y < 4; ++y) std::copy(row0.begin(), row0.end(), bytes.begin() + y * stride);
@@ -296,12 +286,10 @@ TEST(Depth16, ChecksAndTheirOrder) {
     EXPECT_EQ(vqpDemosaicing16(nullptr, &in, 1, &o, 1), VQP_ERR_NULL_ARGUMENT);
     EXPECT_EQ(vqpDemosaicing16(h.h, nullptr, 1, &o, 1), VQP_ERR_NULL_ARGUMENT);
     EXPECT_EQ(vqpDemosaicing16(h.h, &in, 1, nullptr, 1), VQP_ERR_NULL_ARGUMENT);
-    ImageFrame bad = in;
-    bad.data = nullptr;
+    ImageFrame bad = in, noOut = o;
+    bad.data = noOut.data = nullptr;
     bad.height = 2; // pointers before sizes
     EXPECT_EQ(vqpDemosaicing16(h.h, &bad, 1, &o, 1), VQP_ERR_NULL_ARGUMENT);
-    ImageFrame noOut = o;
-    noOut.data = nullptr;
     EXPECT_EQ(vqpDemosaicing16(h.h, &in, 1, &noOut, 1), VQP_ERR_NULL_ARGUMENT);
     for (auto edit : {+[](ImageFrame &f) { f.height = 3; }, +[](ImageFrame &f) { f.width = 3; },
                       +[](ImageFrame &f) { f.stride = 3; }, +[](ImageFrame &f) { f.height = f.width = 46341; }}) {
