@@ -13,8 +13,8 @@ namespace {
 struct Samples {
     std::vector<uint8_t> block;
     uint16_t *at;
-    Samples(size_t count, unsigned shift, const std::vector<uint8_t> &bytes) : block(2 * count + shift + 2) {
-        block.resize(2 * count + shift + (count == 0 ? 2 : 0)); // exact size; never a null pointer
+    Samples(size_t count, unsigned shift, const std::vector<uint8_t> &bytes)
+        : block(2 * count + shift + (count == 0 ? 2 : 0)) { // exact size; never a null pointer
         if (count != 0 && !bytes.empty()) std::memcpy(block.data() + shift, bytes.data(), 2 * count);
         at = reinterpret_cast<uint16_t *>(block.data() + shift);
     }
@@ -46,9 +46,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         const uint32_t code = family < 6 ? kGR[family] + (more >> 8) % 4 : VQP_PIXEL_FORMAT_MONO12;
         const bool packed = family == 4 || family == 5;
         const size_t row = packed ? 3 * (w / 2) + 2 * (w & 1) : 2 * size_t(w);
-        const size_t oneRun = w + (w >> 1);
         const bool run = packed && ((more >> 10) & 1) != 0;
-        const size_t stride = run ? oneRun : row + (more >> 11) % 7;
+        const size_t stride = run ? w + (w >> 1) : row + (more >> 11) % 7;
         // Exactly the bytes the entry point reads: one run of pairs, or the rows at their stride.
         const size_t bytes = h == 0 ? 0 : run ? 3 * (n / 2) + 2 * (n & 1) : (h - 1) * stride + row;
         std::vector<uint8_t> raw = in.bytes(bytes);
