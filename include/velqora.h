@@ -422,6 +422,81 @@ VQP_EXTERN int32_t vqpDemosaicGetConfig16(const ProcessingHandle *handle, uint64
 VQP_EXTERN int32_t vqpDemosaicing16(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
                                     ImageFrame *out, uint32_t threads);
 
+/* ---- Raw to picture ------------------------------------------------------------------------- */
+/* vqpDevelop and vqpDevelop16 turn a raw frame into a picture in one pass: black level, white level,
+ * white balance, the method's demosaic, a 3x3 colour matrix and a transfer curve. The settings live on
+ * the handle; vqpCreate and vqpInit make them neutral (black 0, white the depth's maximum, gains 1, 1, 1,
+ * automatic balance off, the identity matrix, the linear curve).
+ *
+ * The rule, per sample, at the input's full depth (a 12-bit sample keeps its 12 bits):
+ *   n = clamp((s - black[site]) / (white - black[site]), 0, 1)
+ *   b = min(n x gain[colour of the site], 1)          a clipped highlight stays white
+ *   (r, g, b) = the method's demosaic of the mosaic b   carried as 16-bit samples, round(b x 65535)
+ *   c = clamp(M (r, g, b), 0, 1)
+ *   e = transfer(c); output round(e x 255) (vqpDevelop) or round(e x 65535) (vqpDevelop16).
+ * Mono8 output is the luma of the encoded 8-bit values, (77 R + 150 G + 29 B + 128) >> 8, the weights
+ * of vqpDemosaicing's Mono8 output. Mono input takes black, white and the curve; gains and matrix do not
+ * apply to it (grey stays grey) and the method is not consulted, as in vqpDemosaicing.
+ * Precision: 8-bit output of nearest and bilinear is within 1 of the rule evaluated in double precision
+ * (means exact) for nearly every sample and within 3 for all, for the sRGB curve and gammas up to 3;
+ * steeper gammas amplify the 16-bit quantisation of values within a few 1/65535 of black. 16-bit output:
+ * the value before the curve is within (1 + the sum of the magnitudes of M's row) steps of 1/65535 of
+ * the rule; the curve then maps it as it is (a steep curve near black magnifies that step).
+ * Neutral settings on 8-bit input give exactly the bytes of vqpDemosaicingParallel (and its in-place
+ * compaction of padded rows); every other case is computed by the rule above and never writes the input.
+ * The fourth byte of BGRA8 and RGBA8 output is 0. Every vector level and thread count writes the same
+ * bytes. */
+#define VQP_ERR_BAD_PARAMETER              (-120)
+
+#define VQP_BALANCE_WHITE_AUTO_OFF         0u
+#define VQP_BALANCE_WHITE_AUTO_ONCE        1u
+#define VQP_BALANCE_WHITE_AUTO_CONTINUOUS  2u
+
+#define VQP_TRANSFER_LINEAR                0u /* e = c */
+#define VQP_TRANSFER_SRGB                  1u /* IEC 61966-2-1: 12.92 c up to 0.0031308, else 1.055 c^(1/2.4) - 0.055 */
+#define VQP_TRANSFER_GAMMA                 2u /* e = c^(1 / gamma) */
+
+/* Setters: -111 for a null handle or a null array where one is required; -120 (VQP_ERR_BAD_PARAMETER)
+ * for a NaN, an infinity, a negative level or gain, a black level at or above a white level that is
+ * set (not 0), an unknown mode or curve, a gamma outside (0, 10]. A refused call changes nothing. */
+/* One black level per site of the 2x2 pattern: (row 0, col 0), (row 0, col 1), (row 1, col 0),
+ * (row 1, col 1) of the frame as given, in the input's sample units (0 .. 4095 for 12 bits). */
+VQP_EXTERN int32_t vqpSetBlackLevel(ProcessingHandle *handle, const float black[4]);
+/* The sample value that is full scale; 0 (the default) means the input depth's maximum. */
+VQP_EXTERN int32_t vqpSetWhiteLevel(ProcessingHandle *handle, float white);
+/* Red, green and blue gains (GenICam's BalanceRatio). Setting them turns automatic balance off. */
+VQP_EXTERN int32_t vqpSetBalanceRatio(ProcessingHandle *handle, const float ratio[3]);
+/* The gains in use: those set, or the last found automatically. */
+VQP_EXTERN int32_t vqpGetBalanceRatio(const ProcessingHandle *handle, float ratio[3]);
+/* Automatic white balance, grey world over the 2x2 cells none of whose samples is at or above 98% of
+ * full scale (after black) and whose mean green is above 2%: green 1, red sum(green) / sum(red), blue
+ * sum(green) / sum(blue), each clamped to [1/8, 8]; a frame without such a cell keeps the gains.
+ * ONCE: found on the frame being developed and used for it; the mode then returns to OFF, the gains kept.
+ * CONTINUOUS: the first frame measures itself as ONCE does; each later frame uses the gains of the frames
+ * before it, measured during their pass, half-way smoothed towards each new measurement (a steady scene
+ * is within 1% of ONCE's gains after 7 frames). The same gains for every thread count. Bayer input only. */
+VQP_EXTERN int32_t vqpSetBalanceWhiteAuto(ProcessingHandle *handle, uint32_t mode);
+VQP_EXTERN int32_t vqpGetBalanceWhiteAuto(const ProcessingHandle *handle, uint32_t *mode);
+/* Row-major 3x3 from balanced camera R, G, B to output R, G, B; null restores the identity. */
+VQP_EXTERN int32_t vqpSetColorTransformation(ProcessingHandle *handle, const float matrix[9]);
+/* VQP_TRANSFER_LINEAR, _SRGB or _GAMMA; `gamma` is read for VQP_TRANSFER_GAMMA only. */
+VQP_EXTERN int32_t vqpSetTransfer(ProcessingHandle *handle, uint32_t curve, float gamma);
+
+/* Develops one frame into the handle's 8-bit output format (vqpDemosaicSetConfig; every format of
+ * vqpDemosaicing), or with vqpDevelop16 into its 16-bit format (vqpDemosaicSetConfig16; every format of
+ * vqpDemosaicing16), always scaled 0 .. 65535 (VQP_OUTPUT16_FULL_RANGE changes nothing here).
+ * Input: every format of vqpDemosaicing or vqpDemosaicing16, mono included, any stride; read only.
+ * Methods as vqpDemosaicing16 (any other value writes no pixels and succeeds; mono input ignores it).
+ * Statuses, in this order: -111 a null handle, record or data pointer; -104 a height, stride or width of
+ * 3 or less, or a 32-bit height x width that is negative; -102 an input format not listed; -120 a black
+ * level at or above the white level in force for the input's depth; -117 memory. `threads` as in
+ * vqpDemosaicingParallel. On success the output record receives height, width and the low 32 bits of the
+ * configuration. */
+VQP_EXTERN int32_t vqpDevelop(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out,
+                              uint32_t threads);
+VQP_EXTERN int32_t vqpDevelop16(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out,
+                                uint32_t threads);
+
 /* ---- Version, status names, output sizes ---------------------------------------------------- */
 /* The version of this header; vqpVersion() gives the loaded library's, as (major << 16) | (minor << 8)
  * | patch, and vqpVersionString() as "major.minor.patch". */
