@@ -441,9 +441,10 @@ VQP_EXTERN int32_t vqpDemosaicing16(ProcessingHandle *handle, const ImageFrame *
  * (means exact) for nearly every sample and within 3 for all, for the sRGB curve and gammas up to 3;
  * steeper gammas amplify the 16-bit quantisation of values within a few 1/65535 of black. 16-bit output:
  * the value before the curve is within (1 + the sum of the magnitudes of M's row) steps of 1/65535 of
- * the rule; the curve then maps it as it is (a steep curve near black magnifies that step).
- * Neutral settings on 8-bit input give exactly the bytes of vqpDemosaicingParallel (and its in-place
- * compaction of padded rows); every other case is computed by the rule above and never writes the input.
+ * the rule, within 2 (1 + the sum of the magnitudes of M's row) steps of 1/65535 for bilinear (means
+ * truncated at 16 bits); the curve then maps it as it is (a steep curve near black magnifies that step).
+ * Neutral settings on 8-bit input give exactly the bytes of vqpDemosaicingParallel (padded rows are
+ * compacted into a copy: the input is never written); every other case follows the rule above.
  * The fourth byte of BGRA8 and RGBA8 output is 0. Every vector level and thread count writes the same
  * bytes. */
 #define VQP_ERR_BAD_PARAMETER              (-120)

@@ -24,6 +24,7 @@ int32_t vqpCreate(ProcessingHandle **handleOut) {
     (*handleOut)->createWord = 0;
     (*handleOut)->createValue = 0;
     (*handleOut)->workers = nullptr;
+    (*handleOut)->developState = nullptr;
     vqpInit(*handleOut);
     return VQP_OK;
 }
@@ -33,6 +34,7 @@ void vqpInit(ProcessingHandle *handle) {
     handle->config = kDefaultConfig;
     handle->config16 = VQP_PIXEL_FORMAT_BGR16;
     for (int i = 0; i < 8; ++i) handle->settings[i] = kSettings[i];
+    handle->develop = vq::develop::neutral();
     // A block already held is forgotten here, not freed. Worker threads stay with the handle until
     // vqpRelease joins them.
     handle->scratch.data = nullptr;
@@ -44,6 +46,7 @@ int32_t vqpRelease(ProcessingHandle **handlePtr) {
     ProcessingHandle *h = *handlePtr;
     if (h == nullptr) return VQP_OK; // released already: nothing to do, like free(NULL)
     delete h->workers; // joins the handle's threads
+    vq::develop::release(h->developState);
     std::free(h->scratch.data);
     h->scratch.data = nullptr;
     h->scratch.capacity = 0;

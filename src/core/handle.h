@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "develop/develop.h"
 #include "velqora.h"
 
 namespace vq {
@@ -18,6 +19,8 @@ struct ProcessingHandle {
     ScratchBuffer scratch;    // grow-only work memory
     vq::Workers *workers;     // the threads of the parallel entry points; null until first used
     uint64_t config16;        // the output format of the full-depth entry point (and its flags)
+    vq::develop::Settings develop;      // black, white, balance, matrix and curve of vqpDevelop
+    vq::develop::State *developState;   // its tables and buffers; null until first used
 };
 
 namespace vq {

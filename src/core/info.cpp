@@ -30,6 +30,9 @@ constexpr StatusText kStatuses[] = {
     {VQP_ERR_UNSUPPORTED_INPUT_FORMAT, "VQP_ERR_UNSUPPORTED_INPUT_FORMAT", "the input pixel format is not accepted"},
     {VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT, "VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT",
      "the output pixel format is not accepted"},
+    {VQP_ERR_BAD_PARAMETER, "VQP_ERR_BAD_PARAMETER",
+     "a development setting is out of range: a NaN or infinity, a negative level or gain, a black level at or "
+     "above the white level, an unknown mode or curve, or a gamma outside (0, 10]"},
 };
 
 const StatusText *find(int32_t status) {

@@ -1,0 +1,570 @@
+// Development of a raw frame: black level, white level, white balance, demosaic, colour matrix and
+// transfer curve in one pass over bands of rows.
+//
+// Each band of rows is read once: its samples, at full depth, go through a table per site of the 2x2
+// pattern (black, white and gain folded into one lookup) into a balanced mosaic of 16-bit samples; the
+// full-depth demosaic turns the band, with a margin of rows above and below, into 16-bit camera colour;
+// and the store applies the matrix (fixed point, 20 fractional bits) and a table of the transfer curve
+// indexed by the 16-bit result, writing the output layout. The margins make each band's rows exactly
+// those of the whole frame's demosaic, so the bands are independent: threads take runs of them, and the
+// bytes do not depend on the thread count. Balance statistics are integer sums over a band's own 2x2
+// cells, added up after the pass, so they do not depend on it either.
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "core/handle.h"
+#include "core/workers.h"
+#include "develop/develop.h"
+#include "u16/parallel_u16.h"
+#include "velqora.h"
+
+namespace vq::develop {
+
+namespace {
+
+enum Phase { kMono = -1, kRGGB = 0, kGRBG = 1, kGBRG = 2, kBGGR = 3 };
+enum Kind { kBytes, kContainers, kPacked };
+
+struct Input {
+    int phase;
+    int bits;
+    Kind kind;
+};
+
+bool classify(uint32_t code, Input *info) {
+    struct Mono {
+        uint32_t code;
+        int bits;
+        Kind kind;
+    };
+    static constexpr Mono kMonos[] = {
+        {VQP_PIXEL_FORMAT_MONO8, 8, kBytes},          {VQP_PIXEL_FORMAT_MONO10, 10, kContainers},
+        {VQP_PIXEL_FORMAT_MONO12, 12, kContainers},   {VQP_PIXEL_FORMAT_MONO14, 14, kContainers},
+        {VQP_PIXEL_FORMAT_MONO16, 16, kContainers},   {VQP_PIXEL_FORMAT_MONO10_PACKED, 10, kPacked},
+        {VQP_PIXEL_FORMAT_MONO12_PACKED, 12, kPacked}};
+    for (const Mono &m : kMonos)
+        if (code == m.code) {
+            *info = {kMono, m.bits, m.kind};
+            return true;
+        }
+    struct Family {
+        uint32_t gr; // GR, RG, GB and BG follow each other in every family
+        int bits;
+        Kind kind;
+    };
+    static constexpr Family kFamilies[] = {
+        {VQP_PIXEL_FORMAT_BAYER_GR8, 8, kBytes},           {VQP_PIXEL_FORMAT_BAYER_GR10, 10, kContainers},
+        {VQP_PIXEL_FORMAT_BAYER_GR12, 12, kContainers},    {VQP_PIXEL_FORMAT_BAYER_GR14, 14, kContainers},
+        {VQP_PIXEL_FORMAT_BAYER_GR16, 16, kContainers},    {VQP_PIXEL_FORMAT_BAYER_GR10_PACKED, 10, kPacked},
+        {VQP_PIXEL_FORMAT_BAYER_GR12_PACKED, 12, kPacked}};
+    static constexpr int kPhaseAfterGR[] = {kGRBG, kRGGB, kGBRG, kBGGR};
+    for (const Family &f : kFamilies)
+        if (code - f.gr < 4u) {
+            *info = {kPhaseAfterGR[code - f.gr], f.bits, f.kind};
+            return true;
+        }
+    return false;
+}
+
+// The 16-bit Bayer code of a phase: the balanced mosaic's format.
+constexpr uint32_t kMosaicCode[] = {VQP_PIXEL_FORMAT_BAYER_RG16, VQP_PIXEL_FORMAT_BAYER_GR16,
+                                    VQP_PIXEL_FORMAT_BAYER_GB16, VQP_PIXEL_FORMAT_BAYER_BG16};
+// Where the red site of the top-left 2x2 cell lies: row and column parity.
+constexpr int kRedRow[] = {0, 0, 1, 1}, kRedColumn[] = {0, 1, 0, 1};
+
+// The colour (0 red, 1 green, 2 blue) of site s = 2 x row parity + column parity.
+int colourOf(int phase, int site) {
+    const int row = site >> 1, column = site & 1;
+    if (row == kRedRow[phase] && column == kRedColumn[phase]) return 0;
+    if (row != kRedRow[phase] && column != kRedColumn[phase]) return 2;
+    return 1;
+}
+
+// ---- statistics of automatic balance --------------------------------------------------------------
+
+struct Sums {
+    uint64_t red = 0, green = 0, blue = 0, cells = 0; // green: both greens of a cell
+    void add(const Sums &o) { red += o.red, green += o.green, blue += o.blue, cells += o.cells; }
+};
+
+// In units of the normalised sample n x 65535: a cell with a sample at or above 98% of full scale is
+// clipped; its greens must average more than 2%.
+constexpr uint32_t kClipped = 64224;   // 0.98 x 65535
+constexpr uint32_t kDarkGreens = 2621; // 2 x 0.02 x 65535, the sum of the two greens
+
+// Gains from sums; false when no cell counted.
+bool gainsOf(const Sums &s, float gain[3]) {
+    if (s.cells == 0) return false;
+    const double green = 0.5 * static_cast<double>(s.green);
+    const auto ratio = [&](uint64_t sum) {
+        const double r = sum == 0 ? 8.0 : green / static_cast<double>(sum);
+        return static_cast<float>(std::clamp(r, 0.125, 8.0));
+    };
+    gain[0] = ratio(s.red), gain[1] = 1.0f, gain[2] = ratio(s.blue);
+    return true;
+}
+
+// ---- state ----------------------------------------------------------------------------------------
+
+struct Worker {
+    ProcessingHandle *demosaic = nullptr; // the full-depth demosaic of the bands
+    std::vector<uint16_t> samples;        // two rows of full samples
+    std::vector<uint16_t> mosaic;         // the balanced mosaic of a band and its margins
+    std::vector<uint16_t> camera;         // its camera colour, B, G, R
+    std::vector<unsigned char> row;       // one output row
+    Sums sums;
+};
+
+struct TableKey {
+    int bits = -1;
+    int phase = 0;
+    float black[4] = {};
+    float white = 0.0f;
+    float gain[3] = {};
+    bool operator==(const TableKey &o) const {
+        return bits == o.bits && phase == o.phase && std::memcmp(black, o.black, sizeof black) == 0 &&
+               white == o.white && std::memcmp(gain, o.gain, sizeof gain) == 0;
+    }
+};
+
+struct CurveKey {
+    int curve = -1;
+    float gamma = 0.0f;
+    bool wide = false;
+    bool operator==(const CurveKey &o) const { return curve == o.curve && gamma == o.gamma && wide == o.wide; }
+};
+
+} // namespace
+
+struct State {
+    TableKey balancedKey, normalKey;
+    std::vector<uint16_t> balanced; // per site, indexed by the sample: round(b x 65535)
+    std::vector<uint16_t> normal;   // per site: round(n x 65535), for the statistics
+    CurveKey curveKey;
+    std::vector<uint8_t> curve8;    // indexed by the 16-bit value before the curve
+    std::vector<uint16_t> curve16;
+    std::vector<Worker> workers;
+    std::vector<unsigned char> compact; // padded 8-bit rows, packed for the plain conversion
+    ~State() {
+        for (Worker &w : workers) vqpRelease(&w.demosaic);
+    }
+};
+
+void release(State *state) { delete state; }
+
+namespace {
+
+// ---- tables ---------------------------------------------------------------------------------------
+
+double whiteOf(const Settings &s, int bits) {
+    return s.white == 0.0f ? static_cast<double>((1u << bits) - 1u) : static_cast<double>(s.white);
+}
+
+// Per site and sample value: round(min(clamp((s - black) / (white - black), 0, 1) x gain, 1) x 65535),
+// gains of 1 when `withGains` is false or the input is mono.
+void buildTable(const Settings &set, const Input &f, bool withGains, std::vector<uint16_t> &table) {
+    const size_t values = size_t{1} << f.bits;
+    table.resize(4 * values);
+    const double white = whiteOf(set, f.bits);
+    for (int site = 0; site < 4; ++site) {
+        const double black = set.black[site], scale = 1.0 / (white - black);
+        const double gain = withGains && f.phase != kMono ? double{set.gain[colourOf(f.phase, site)]} : 1.0;
+        uint16_t *t = table.data() + site * values;
+        for (size_t v = 0; v < values; ++v) {
+            const double n = std::clamp((static_cast<double>(v) - black) * scale, 0.0, 1.0);
+            t[v] = static_cast<uint16_t>(std::lround(std::min(n * gain, 1.0) * 65535.0));
+        }
+    }
+}
+
+const uint16_t *tableFor(const Settings &set, const Input &f, bool withGains, TableKey &key,
+                         std::vector<uint16_t> &table) {
+    TableKey want;
+    want.bits = f.bits;
+    want.phase = f.phase;
+    std::memcpy(want.black, set.black, sizeof want.black);
+    want.white = set.white;
+    if (withGains) std::memcpy(want.gain, set.gain, sizeof want.gain);
+    if (!(want == key)) {
+        key = TableKey{}; // not valid while it is rebuilt (an allocation may fail)
+        buildTable(set, f, withGains, table);
+        key = want;
+    }
+    return table.data();
+}
+
+double transfer(uint32_t curve, double gamma, double c) {
+    switch (curve) {
+    case VQP_TRANSFER_SRGB: return c <= 0.0031308 ? 12.92 * c : 1.055 * std::pow(c, 1.0 / 2.4) - 0.055;
+    case VQP_TRANSFER_GAMMA: return std::pow(c, 1.0 / gamma);
+    default: return c;
+    }
+}
+
+void buildCurve(const Settings &set, bool wide, State &st) {
+    CurveKey want;
+    want.curve = static_cast<int>(set.curve);
+    want.gamma = set.gamma;
+    want.wide = wide;
+    if (want == st.curveKey) return;
+    st.curveKey = CurveKey{};
+    const double top = wide ? 65535.0 : 255.0;
+    if (wide) st.curve16.resize(65536);
+    else st.curve8.resize(65536);
+    for (uint32_t c = 0; c < 65536; ++c) {
+        const double e = std::clamp(transfer(set.curve, set.gamma, c / 65535.0), 0.0, 1.0);
+        const long v = std::lround(e * top);
+        if (wide) st.curve16[c] = static_cast<uint16_t>(v);
+        else st.curve8[c] = static_cast<uint8_t>(v);
+    }
+    st.curveKey = want;
+}
+
+// ---- input ----------------------------------------------------------------------------------------
+
+struct Reader {
+    const ImageFrame &in;
+    Input f;
+
+    const unsigned char *base() const { return static_cast<const unsigned char *>(in.data); }
+    bool oneRun() const { return f.kind == kPacked && in.stride == in.width + (in.width >> 1); }
+
+    // Row y as full samples.
+    void row(int32_t y, uint16_t *dst) const {
+        const ptrdiff_t w = in.width;
+        if (f.kind == kBytes) {
+            const unsigned char *p = base() + ptrdiff_t{y} * in.stride;
+            for (ptrdiff_t x = 0; x < w; ++x) dst[x] = p[x];
+        } else if (f.kind == kContainers) {
+            std::memcpy(dst, base() + ptrdiff_t{y} * in.stride, static_cast<size_t>(2 * w));
+            const uint16_t mask = static_cast<uint16_t>((1u << f.bits) - 1u);
+            for (ptrdiff_t x = 0; x < w; ++x) dst[x] = static_cast<uint16_t>(dst[x] & mask);
+        } else {
+            const unsigned char *run = oneRun() ? base() : base() + ptrdiff_t{y} * in.stride;
+            const ptrdiff_t i0 = oneRun() ? ptrdiff_t{y} * w : 0;
+            const int low = f.bits - 8;
+            const unsigned lowMask = (1u << low) - 1u;
+            for (ptrdiff_t i = i0; i < i0 + w; ++i) {
+                const unsigned char *p = run + i / 2 * 3;
+                dst[i - i0] = static_cast<uint16_t>((i & 1) == 0 ? unsigned{p[0]} << low | (p[1] & lowMask)
+                                                                 : unsigned{p[2]} << low | (p[1] >> 4 & lowMask));
+            }
+        }
+    }
+};
+
+// The cells of rows y - 1 (`above`, even) and y into the sums, by the normalised samples.
+void countCells(const uint16_t *above, const uint16_t *below, ptrdiff_t w, const uint16_t *normal, size_t values,
+                int phase, Sums &sums) {
+    const uint16_t *t[4] = {normal, normal + values, normal + 2 * values, normal + 3 * values};
+    int red = 0, blue = 0;
+    for (int site = 0; site < 4; ++site) {
+        if (colourOf(phase, site) == 0) red = site;
+        if (colourOf(phase, site) == 2) blue = site;
+    }
+    for (ptrdiff_t x = 0; x + 1 < w; x += 2) {
+        const uint32_t n[4] = {t[0][above[x]], t[1][above[x + 1]], t[2][below[x]], t[3][below[x + 1]]};
+        if (std::max({n[0], n[1], n[2], n[3]}) >= kClipped) continue;
+        const uint32_t greens = n[0] + n[1] + n[2] + n[3] - n[red] - n[blue];
+        if (greens <= kDarkGreens) continue;
+        sums.red += n[red], sums.blue += n[blue], sums.green += greens, ++sums.cells;
+    }
+}
+
+// ---- output ---------------------------------------------------------------------------------------
+
+struct Store {
+    uint32_t format; // the low 32 bits of the configuration
+    bool wide;       // 16-bit output
+    unsigned char *dst;
+    ptrdiff_t n, w;  // pixels of the frame, of a row
+    const uint8_t *curve8;
+    const uint16_t *curve16;
+    bool identity;
+    int64_t m[9];    // the matrix, 20 fractional bits
+
+    // Row y from values before the curve: three a pixel (R, G, B), or one (grey) when `grey`.
+    void put(int32_t y, const uint16_t *rgb, bool grey, unsigned char *tmp) const {
+        const ptrdiff_t first = ptrdiff_t{y} * w;
+        const ptrdiff_t stride = grey ? 1 : 3;
+        if (!wide) {
+            uint8_t *o = tmp;
+            int order[3] = {0, 1, 2}; // output sample k takes colour order[k]
+            int size = 3;
+            bool planar = false, mono = false;
+            switch (format) {
+            case VQP_PIXEL_FORMAT_BGR8: order[0] = 2, order[2] = 0; break;
+            case VQP_PIXEL_FORMAT_RGB8: break;
+            case VQP_PIXEL_FORMAT_BGRA8: order[0] = 2, order[2] = 0, size = 4; break;
+            case VQP_PIXEL_FORMAT_RGBA8: size = 4; break;
+            case VQP_PIXEL_FORMAT_RGB8_PLANAR: planar = true; break;
+            case VQP_PIXEL_FORMAT_BGR8_PLANAR: order[0] = 2, order[2] = 0, planar = true; break;
+            default: mono = true; break;
+            }
+            for (ptrdiff_t x = 0; x < w; ++x) {
+                const uint16_t *v = rgb + stride * x;
+                uint8_t e[3];
+                if (grey) e[0] = e[1] = e[2] = curve8[v[0]];
+                else for (int c = 0; c < 3; ++c) e[c] = curve8[v[c]];
+                if (mono) {
+                    o[x] = grey ? e[0] : static_cast<uint8_t>((77u * e[0] + 150u * e[1] + 29u * e[2] + 128u) >> 8);
+                } else if (planar) {
+                    for (int k = 0; k < 3; ++k) o[k * w + x] = e[order[k]];
+                } else {
+                    uint8_t *px = o + size * x;
+                    for (int k = 0; k < 3; ++k) px[k] = e[order[k]];
+                    if (size == 4) px[3] = 0;
+                }
+            }
+            if (planar) {
+                for (int k = 0; k < 3; ++k) std::memcpy(dst + k * n + first, o + k * w, static_cast<size_t>(w));
+            } else {
+                const ptrdiff_t bytes = mono ? 1 : size;
+                std::memcpy(dst + bytes * first, o, static_cast<size_t>(bytes * w));
+            }
+            return;
+        }
+        uint16_t *o = reinterpret_cast<uint16_t *>(tmp);
+        int order[3] = {0, 1, 2};
+        bool planar = false;
+        switch (format) {
+        case VQP_PIXEL_FORMAT_BGR16: order[0] = 2, order[2] = 0; break;
+        case VQP_PIXEL_FORMAT_RGB16: break;
+        case VQP_PIXEL_FORMAT_RGB16_PLANAR: planar = true; break;
+        default: order[0] = 2, order[2] = 0, planar = true; break; // planes B, G, R
+        }
+        for (ptrdiff_t x = 0; x < w; ++x) {
+            const uint16_t *v = rgb + stride * x;
+            uint16_t e[3];
+            if (grey) e[0] = e[1] = e[2] = curve16[v[0]];
+            else for (int c = 0; c < 3; ++c) e[c] = curve16[v[c]];
+            if (planar) for (int k = 0; k < 3; ++k) o[k * w + x] = e[order[k]];
+            else for (int k = 0; k < 3; ++k) o[3 * x + k] = e[order[k]];
+        }
+        if (planar) {
+            for (int k = 0; k < 3; ++k)
+                std::memcpy(dst + 2 * (k * n + first), o + k * w, static_cast<size_t>(2 * w));
+        } else {
+            std::memcpy(dst + 6 * first, o, static_cast<size_t>(6 * w));
+        }
+    }
+
+    // Camera B, G, R to R, G, B before the curve, through the matrix.
+    void mix(const uint16_t *bgr, uint16_t *rgb) const {
+        for (ptrdiff_t x = 0; x < w; ++x) {
+            const int64_t r = bgr[3 * x + 2], g = bgr[3 * x + 1], b = bgr[3 * x];
+            if (identity) {
+                rgb[3 * x] = static_cast<uint16_t>(r), rgb[3 * x + 1] = static_cast<uint16_t>(g);
+                rgb[3 * x + 2] = static_cast<uint16_t>(b);
+                continue;
+            }
+            for (int c = 0; c < 3; ++c) {
+                const int64_t v = (m[3 * c] * r + m[3 * c + 1] * g + m[3 * c + 2] * b + (int64_t{1} << 19)) >> 20;
+                rgb[3 * x + c] = static_cast<uint16_t>(std::clamp<int64_t>(v, 0, 65535));
+            }
+        }
+    }
+};
+
+// ---- the pass -------------------------------------------------------------------------------------
+
+// Rows a band covers, and the rows of margin it demosaics above and below them.
+constexpr int32_t kMargin = 8;
+int32_t bandRowsFor(int32_t width) {
+    const int32_t rows = static_cast<int32_t>(std::clamp<int64_t>((int64_t{1} << 18) / width, 32, 256));
+    return rows & ~1;
+}
+
+struct Pass {
+    const Reader &reader;
+    const Input f;
+    int32_t h, w, band, bands;
+    uint32_t method;
+    const uint16_t *balanced; // null: statistics only
+    const uint16_t *normal;   // null: no statistics
+    const Store *store;
+
+    int32_t firstRow(int32_t k) const { return bands == 1 ? 0 : std::min(h, k * band); }
+
+    // Band k's statistics (and, unless only those are wanted, its output).
+    int32_t run(int32_t k, Worker &wk) const {
+        const int32_t y0 = firstRow(k), y1 = k + 1 == bands ? h : firstRow(k + 1);
+        const bool mono = f.phase == kMono;
+        const int32_t margin = bands == 1 || mono ? 0 : kMargin;
+        const int32_t s0 = std::max(0, y0 - margin), s1 = std::min(h, y1 + margin);
+        const size_t values = size_t{1} << f.bits;
+        uint16_t *rows[2] = {wk.samples.data(), wk.samples.data() + w};
+        for (int32_t y = balanced != nullptr ? s0 : y0; y < (balanced != nullptr ? s1 : y1); ++y) {
+            uint16_t *s = rows[y & 1];
+            reader.row(y, s);
+            if (normal != nullptr && !mono && (y & 1) == 1 && y - 1 >= y0 && y < y1)
+                countCells(rows[0], rows[1], w, normal, values, f.phase, wk.sums);
+            if (balanced == nullptr) continue;
+            uint16_t *m = wk.mosaic.data() + ptrdiff_t{y - s0} * w;
+            const uint16_t *even = balanced + ((y & 1) * 2) * values, *odd = even + values;
+            ptrdiff_t x = 0;
+            for (; x + 1 < w; x += 2) m[x] = even[s[x]], m[x + 1] = odd[s[x + 1]];
+            if (x < w) m[x] = even[s[x]];
+        }
+        if (balanced == nullptr) return VQP_OK;
+        uint16_t *rgb = wk.samples.data(); // free again: the values before the curve, a row at a time
+        if (mono) {
+            for (int32_t y = y0; y < y1; ++y)
+                store->put(y, wk.mosaic.data() + ptrdiff_t{y - s0} * w, true, wk.row.data());
+            return VQP_OK;
+        }
+        ImageFrame in{s1 - s0, w, kMosaicCode[f.phase], wk.mosaic.data(), 2 * w};
+        ImageFrame out{0, 0, 0, wk.camera.data(), 0};
+        if (const int32_t rc = vqpDemosaicing16(wk.demosaic, &in, method, &out, 1); rc != VQP_OK) return rc;
+        for (int32_t y = y0; y < y1; ++y) {
+            store->mix(wk.camera.data() + 3 * ptrdiff_t{y - s0} * w, rgb);
+            store->put(y, rgb, false, wk.row.data());
+        }
+        return VQP_OK;
+    }
+};
+
+bool neutral8(const Settings &s, const Input &f) {
+    for (float b : s.black)
+        if (b != 0.0f) return false;
+    for (float g : s.gain)
+        if (g != 1.0f) return false;
+    return f.bits == 8 && (s.white == 0.0f || s.white == 255.0f) && s.autoMode == VQP_BALANCE_WHITE_AUTO_OFF &&
+           s.identity && s.curve == VQP_TRANSFER_LINEAR;
+}
+
+// Neutral settings on 8-bit input: the plain conversion, padded rows compacted into a copy (the input is
+// never written).
+int32_t plain(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out, uint32_t threads) {
+    if (in->stride == in->width) return vqpDemosaicingParallel(handle, in, method, out, threads);
+    try {
+        if (handle->developState == nullptr) handle->developState = new State();
+        std::vector<unsigned char> &rows = handle->developState->compact;
+        const size_t w = static_cast<size_t>(in->width);
+        rows.resize(static_cast<size_t>(in->height) * w);
+        for (int32_t y = 0; y < in->height; ++y)
+            std::memcpy(rows.data() + y * w, static_cast<const unsigned char *>(in->data) + ptrdiff_t{y} * in->stride, w);
+        const ImageFrame packed{in->height, in->width, in->pixelFormat, rows.data(), in->width};
+        return vqpDemosaicingParallel(handle, &packed, method, out, threads);
+    } catch (const std::bad_alloc &) {
+        return VQP_ERR_OUT_OF_MEMORY;
+    }
+}
+
+int32_t develop(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out, uint32_t threads,
+                bool wide) {
+    if (handle == nullptr || in == nullptr || out == nullptr || in->data == nullptr || out->data == nullptr)
+        return VQP_ERR_NULL_ARGUMENT;
+    if (in->height <= 3 || in->stride <= 3 || in->width <= 3) return VQP_ERR_BAD_DIMENSIONS;
+    if (static_cast<int32_t>(static_cast<uint32_t>(in->height) * static_cast<uint32_t>(in->width)) < 0)
+        return VQP_ERR_BAD_DIMENSIONS;
+    Input f;
+    if (!classify(in->pixelFormat, &f)) return VQP_ERR_UNSUPPORTED_INPUT_FORMAT;
+    Settings &set = handle->develop;
+    const double white = whiteOf(set, f.bits);
+    for (float b : set.black)
+        if (!(b < white)) return VQP_ERR_BAD_PARAMETER;
+    if (!wide && neutral8(set, f)) return plain(handle, in, method, out, threads);
+
+    const uint64_t config = wide ? handle->config16 : handle->config;
+    const bool colour = f.phase != kMono;
+    const bool writes = !colour || method <= VQP_METHOD_EDGE;
+    const int32_t h = in->height, w = in->width;
+    const ptrdiff_t n = ptrdiff_t{h} * w;
+    const int32_t band = bandRowsFor(w);
+    const int32_t bands = h <= band + 2 * kMargin ? 1 : (h + band - 1) / band;
+    int count = std::min(vq::threadCount(threads), bands);
+    vq::Workers *workers = vq::u16::workersFor(handle, count, n);
+    if (workers == nullptr) count = 1;
+
+    try {
+        if (handle->developState == nullptr) handle->developState = new State();
+        State &st = *handle->developState;
+        if (st.workers.size() < static_cast<size_t>(count)) st.workers.resize(static_cast<size_t>(count));
+        const int32_t rowsMax = bands == 1 ? h : band + 2 * kMargin;
+        for (int k = 0; k < count; ++k) {
+            Worker &wk = st.workers[static_cast<size_t>(k)];
+            if (wk.demosaic == nullptr) {
+                if (const int32_t rc = vqpCreate(&wk.demosaic); rc != VQP_OK) return rc;
+            }
+            wk.samples.resize(3 * static_cast<size_t>(w));
+            wk.mosaic.resize(static_cast<size_t>(rowsMax) * static_cast<size_t>(w));
+            if (colour) wk.camera.resize(3 * static_cast<size_t>(rowsMax) * static_cast<size_t>(w));
+            wk.row.resize(6 * static_cast<size_t>(w));
+            wk.sums = Sums{};
+        }
+        const Reader reader{*in, f};
+        // Runs pass.run over every band on `count` threads; the first failure's status.
+        const auto everyBand = [&](const Pass &pass) {
+            int32_t status[256] = {};
+            const auto part = [&](int k) {
+                for (int32_t b = bands * k / count; b < bands * (k + 1) / count && status[k] == VQP_OK; ++b)
+                    status[k] = pass.run(b, st.workers[static_cast<size_t>(k)]);
+            };
+            if (workers != nullptr) workers->run(count, part);
+            else part(0);
+            Sums total;
+            for (int k = 0; k < count; ++k) total.add(st.workers[static_cast<size_t>(k)].sums);
+            for (int k = 0; k < count; ++k) st.workers[static_cast<size_t>(k)].sums = Sums{};
+            for (int k = 0; k < count; ++k)
+                if (status[k] != VQP_OK) return std::pair{status[k], total};
+            return std::pair{int32_t{VQP_OK}, total};
+        };
+
+        const bool measure = colour && writes && set.autoMode != VQP_BALANCE_WHITE_AUTO_OFF;
+        const bool measureFirst = measure && (set.autoMode == VQP_BALANCE_WHITE_AUTO_ONCE || !set.primed);
+        const uint16_t *normal = measure ? tableFor(set, f, false, st.normalKey, st.normal) : nullptr;
+        if (measureFirst) {
+            const Pass stats{reader, f, h, w, band, bands, method, nullptr, normal, nullptr};
+            const auto [rc, sums] = everyBand(stats);
+            if (rc != VQP_OK) return rc;
+            gainsOf(sums, set.gain);
+            if (set.autoMode == VQP_BALANCE_WHITE_AUTO_ONCE) set.autoMode = VQP_BALANCE_WHITE_AUTO_OFF;
+            else set.primed = true;
+        }
+        if (writes) {
+            buildCurve(set, wide, st);
+            const uint16_t *balanced = tableFor(set, f, true, st.balancedKey, st.balanced);
+            Store store{};
+            store.format = static_cast<uint32_t>(config);
+            store.wide = wide;
+            store.dst = static_cast<unsigned char *>(out->data);
+            store.n = n, store.w = w;
+            store.curve8 = st.curve8.data(), store.curve16 = st.curve16.data();
+            store.identity = set.identity;
+            for (int i = 0; i < 9; ++i) store.m[i] = std::llround(static_cast<double>(set.matrix[i]) * 1048576.0);
+            const bool gather = measure && !measureFirst;
+            const Pass pass{reader, f, h, w, band, bands, method, balanced, gather ? normal : nullptr, &store};
+            const auto [rc, sums] = everyBand(pass);
+            if (rc != VQP_OK) return rc;
+            float measured[3];
+            if (gather && gainsOf(sums, measured)) // continuous: half-way towards the new measurement
+                for (int c = 0; c < 3; ++c) set.gain[c] = 0.5f * (set.gain[c] + measured[c]);
+        }
+    } catch (const std::bad_alloc &) {
+        return VQP_ERR_OUT_OF_MEMORY;
+    }
+    out->height = in->height;
+    out->width = in->width;
+    out->pixelFormat = static_cast<uint32_t>(config);
+    return VQP_OK;
+}
+
+} // namespace
+
+} // namespace vq::develop
+
+int32_t vqpDevelop(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out,
+                   uint32_t threads) {
+    return vq::develop::develop(handle, in, method, out, threads, false);
+}
+
+int32_t vqpDevelop16(ProcessingHandle *handle, const ImageFrame *in, uint32_t method, ImageFrame *out,
+                     uint32_t threads) {
+    return vq::develop::develop(handle, in, method, out, threads, true);
+}
