@@ -14,6 +14,7 @@
 // --width: another frame width (the height stays).
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -231,7 +232,56 @@ void runLevel(const std::string &level, Frames &f) {
                                   },
                                   in.data, size_t(in.stride) * size_t(gH)});
             }
+    // Development: per-site black, gains, a full matrix and sRGB, from BayerRG12Packed and BayerRG8 to BGR8, in
+    // the same rounds as the full-depth conversions they are compared with (the plain 8-bit ones are above).
+    ProcessingHandle *dev = nullptr;
+    vqpCreate(&dev);
+    const float black[4] = {240, 256, 256, 272}, black8[4] = {15, 16, 16, 17}, gains[3] = {1.9f, 1.0f, 1.6f};
+    const float matrix[9] = {1.72f, -0.55f, -0.17f, -0.21f, 1.48f, -0.27f, 0.04f, -0.51f, 1.47f};
+    const uint64_t bgr8 = VQP_PIXEL_FORMAT_BGR8;
+    vqpDemosaicSetConfig(dev, &bgr8);
+    vqpSetColorTransformation(dev, matrix);
+    vqpSetTransfer(dev, VQP_TRANSFER_SRGB, 1.0f);
+    uint8_t *o8 = f.out.data();
+    const auto developCase = [&](const std::string &name, uint32_t code, void *data, int32_t stride, uint32_t m,
+                                 const float *blackLevel, uint32_t mode, uint32_t threads) {
+        const ImageFrame fi{gH, gW, code, data, stride};
+        return Case{name,
+                    [=] {
+                        vqpSetBlackLevel(dev, blackLevel);
+                        vqpSetBalanceRatio(dev, gains);
+                        if (mode == VQP_BALANCE_WHITE_AUTO_ONCE) vqpSetBalanceWhiteAuto(dev, mode);
+                        ImageFrame input = fi, fo{0, 0, 0, o8, 0};
+                        vqpDevelop(dev, &input, m, &fo, threads);
+                    },
+                    data, size_t(stride) * size_t(gH)};
+    };
+    for (uint32_t m : {1u, 2u}) {
+        rounds.push_back(developCase(std::string("develop ") + methods[m] + " RG12Packed -> BGR8",
+                                     VQP_PIXEL_FORMAT_BAYER_RG12_PACKED, f.rg12Packed.data(), gW + gW / 2, m, black, 0, 1));
+        rounds.push_back(developCase(std::string("develop ") + methods[m] + " RG8 -> BGR8", VQP_PIXEL_FORMAT_BAYER_RG8,
+                                     f.rg8.data(), gW, m, black8, 0, 1));
+    }
+    rounds.push_back(developCase("develop edge RG12Packed -> BGR8, once", VQP_PIXEL_FORMAT_BAYER_RG12_PACKED,
+                                 f.rg12Packed.data(), gW + gW / 2, 2, black, VQP_BALANCE_WHITE_AUTO_ONCE, 1));
     reportInRounds(level, rounds);
+    if (wanted(level, "develop edge RG12Packed -> BGR8, continuous")) { // the mode stays on from run to run
+        const ImageFrame fi{gH, gW, VQP_PIXEL_FORMAT_BAYER_RG12_PACKED, f.rg12Packed.data(), gW + gW / 2};
+        vqpSetBlackLevel(dev, black);
+        vqpSetBalanceWhiteAuto(dev, VQP_BALANCE_WHITE_AUTO_CONTINUOUS);
+        ImageFrame input = fi, fo{0, 0, 0, o8, 0};
+        report(level, "develop edge RG12Packed -> BGR8, continuous", [&] { vqpDevelop(dev, &input, 2, &fo, 1); });
+    }
+    if (level != "scalar")
+        for (uint32_t t : {1u, 2u})
+            if (const std::string name = "develop edge RG12Packed -> BGR8, " + std::to_string(t) + " thread" +
+                                         (t > 1 ? "s" : "");
+                wanted(level, name)) {
+                const Case c = developCase(name, VQP_PIXEL_FORMAT_BAYER_RG12_PACKED, f.rg12Packed.data(), gW + gW / 2, 2,
+                                           black, 0, t);
+                report(level, name, c.run);
+            }
+    vqpRelease(&dev);
 
     if (level != "scalar") { // the parallel entry points, 1 and 2 threads
         for (uint32_t t : {1u, 2u}) {
@@ -275,6 +325,30 @@ void runOpenCV(Frames &f) {
         cv::cvtColor(*c.src, out, c.code); // allocates once
         gInput = c.src->data, gInputBytes = c.src->total() * c.src->elemSize();
         report("opencv", c.name, [&] { cv::cvtColor(*c.src, out, c.code); });
+    }
+    // The development chain from OpenCV calls on 16-bit data: subtract black, 16-bit edge-aware conversion, the
+    // matrix with the gains and the scale to 16 bits folded in, a table from 16 to 8 bits (sRGB).
+    {
+        cv::Mat dark, colour, mixed, out8(gH, gW, CV_8UC3);
+        const float gains[3] = {1.9f, 1.0f, 1.6f}, scale = 65535.0f / (4095.0f - 256.0f);
+        const float matrix[9] = {1.72f, -0.55f, -0.17f, -0.21f, 1.48f, -0.27f, 0.04f, -0.51f, 1.47f};
+        cv::Mat m(3, 3, CV_32F); // B, G, R in and out
+        for (int r = 0; r < 3; ++r)
+            for (int c = 0; c < 3; ++c) m.at<float>(2 - r, 2 - c) = matrix[3 * r + c] * gains[c] * scale;
+        std::vector<uint8_t> table(65536);
+        for (size_t v = 0; v < table.size(); ++v) {
+            const double x = double(v) / 65535.0;
+            table[v] = uint8_t(std::lround(255.0 * (x <= 0.0031308 ? 12.92 * x : 1.055 * std::pow(x, 1 / 2.4) - 0.055)));
+        }
+        gInput = raw16.data, gInputBytes = raw16.total() * 2;
+        report("opencv", "OpenCV development chain -> BGR8", [&] {
+            cv::subtract(raw16, cv::Scalar(256), dark);
+            cv::cvtColor(dark, colour, cv::COLOR_BayerBG2BGR_EA);
+            cv::transform(colour, mixed, m);
+            const uint16_t *in = mixed.ptr<uint16_t>();
+            uint8_t *o = out8.ptr<uint8_t>();
+            for (size_t i = 0, n = mixed.total() * 3; i < n; ++i) o[i] = table[in[i]];
+        });
     }
 }
 #endif
@@ -337,7 +411,21 @@ void targets(const std::string &level) {
     for (const char *m : {"bilinear", "edge"})
         line(std::string("time a pixel, ") + m + " planar, width " + std::to_string(gW) + " / " + std::to_string(gW + 8),
              vs(std::string(m) + " RG8 -> planar, width +8", std::string(m) + " RG8 -> planar"), 1.1, true);
-    for (const char *c : {"edge RG8 -> BGR8", "bilinear RG8 -> BGR8", "16-bit bilinear", "16-bit edge RGGB"})
+    for (const char *m : {"bilinear", "edge"}) {
+        const std::string d = std::string("develop ") + m;
+        line(d + " RG12Packed -> BGR8 time / full-depth " + m + " RGGB12p time",
+             vs(std::string("full-depth ") + m + " RGGB12p", d + " RG12Packed -> BGR8"), 1.3, true);
+        line(d + " RG8 -> BGR8 time / " + m + " RG8 -> BGR8 time", vs(std::string(m) + " RG8 -> BGR8", d + " RG8 -> BGR8"),
+             1.5, true);
+    }
+    line("develop edge RG12Packed -> BGR8 / OpenCV development chain",
+         vs("develop edge RG12Packed -> BGR8", "OpenCV development chain -> BGR8"), 3.0, false);
+    line("develop edge, once time / off time", vs("develop edge RG12Packed -> BGR8", "develop edge RG12Packed -> BGR8, once"),
+         1.1, true);
+    line("develop edge, continuous time / off time",
+         vs("develop edge RG12Packed -> BGR8", "develop edge RG12Packed -> BGR8, continuous"), 1.03, true);
+    for (const char *c : {"edge RG8 -> BGR8", "bilinear RG8 -> BGR8", "16-bit bilinear", "16-bit edge RGGB",
+                          "develop edge RG12Packed -> BGR8"})
         line(std::string(c) + ", 2 threads / 1 thread", vs(std::string(c) + ", 2 threads", std::string(c) + ", 1 thread"),
              1.8, false);
 }

@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 seconds="${1:-30}"
 shift || true
 harnesses=("$@")
-[ ${#harnesses[@]} -gt 0 ] || harnesses=(fuzz_demosaic fuzz_u16 fuzz_helpers)
+[ ${#harnesses[@]} -gt 0 ] || harnesses=(fuzz_demosaic fuzz_u16 fuzz_helpers fuzz_develop)
 
 CC=clang CXX=clang++ cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELQORA_FUZZ=ON \
   -DVELQORA_SANITIZE=ON -DVELQORA_BUILD_TESTS=OFF -DVELQORA_BUILD_TOOLS=OFF \

@@ -117,6 +117,7 @@ struct Worker {
     std::vector<uint16_t> mosaic;         // the balanced mosaic of a band and its margins
     std::vector<uint16_t> camera;         // its camera colour, B, G, R
     std::vector<unsigned char> row;       // one output row
+    std::vector<uint16_t> planes;         // a camera row in planes, and through the matrix
     Sums sums;
 };
 
@@ -258,6 +259,45 @@ struct Reader {
     }
 };
 
+// Row y through the tables of its sites: `even` for its even columns, `odd` for its odd ones.
+void balancedRow(const Reader &r, int32_t y, const uint16_t *even, const uint16_t *odd, uint16_t *dst) {
+    const ptrdiff_t w = r.in.width;
+    const unsigned char *row = r.base() + ptrdiff_t{y} * r.in.stride;
+    if (r.f.kind == kBytes) {
+        ptrdiff_t x = 0;
+        for (; x + 1 < w; x += 2) dst[x] = even[row[x]], dst[x + 1] = odd[row[x + 1]];
+        if (x < w) dst[x] = even[row[x]];
+    } else if (r.f.kind == kContainers) {
+        const unsigned mask = (1u << r.f.bits) - 1u;
+        const auto at = [&](ptrdiff_t x) {
+            uint16_t v;
+            std::memcpy(&v, row + 2 * x, 2);
+            return v & mask;
+        };
+        ptrdiff_t x = 0;
+        for (; x + 1 < w; x += 2) dst[x] = even[at(x)], dst[x + 1] = odd[at(x + 1)];
+        if (x < w) dst[x] = even[at(x)];
+    } else {
+        const unsigned char *run = r.oneRun() ? r.base() : row;
+        const ptrdiff_t i0 = r.oneRun() ? ptrdiff_t{y} * w : 0;
+        const int low = r.f.bits - 8;
+        const unsigned lowMask = (1u << low) - 1u;
+        ptrdiff_t x = 0;
+        if (i0 & 1) { // the row starts with the second sample of a pair
+            const unsigned char *p = run + i0 / 2 * 3;
+            dst[x++] = even[unsigned{p[2]} << low | (p[1] >> 4 & lowMask)];
+        }
+        // Pairs from sample i0 + x on: which table a sample takes follows its column.
+        const unsigned char *p = run + (i0 + x) / 2 * 3;
+        const uint16_t *first = (x & 1) ? odd : even, *second = (x & 1) ? even : odd;
+        for (; x + 1 < w; x += 2, p += 3) {
+            dst[x] = first[unsigned{p[0]} << low | (p[1] & lowMask)];
+            dst[x + 1] = second[unsigned{p[2]} << low | (p[1] >> 4 & lowMask)];
+        }
+        if (x < w) dst[x] = first[unsigned{p[0]} << low | (p[1] & lowMask)];
+    }
+}
+
 // The cells of rows y - 1 (`above`, even) and y into the sums, by the normalised samples.
 void countCells(const uint16_t *above, const uint16_t *below, ptrdiff_t w, const uint16_t *normal, size_t values,
                 int phase, Sums &sums) {
@@ -278,6 +318,74 @@ void countCells(const uint16_t *above, const uint16_t *below, ptrdiff_t w, const
 
 // ---- output ---------------------------------------------------------------------------------------
 
+// One row of encoded samples, B, G, R a pixel (or one grey sample a pixel), into the output layout.
+template <class T>
+void writeRow(uint32_t format, const T *e, bool grey, ptrdiff_t w, ptrdiff_t n, ptrdiff_t first, unsigned char *dst) {
+    const auto at = [&](ptrdiff_t plane) { return reinterpret_cast<T *>(dst) + plane * n + first; };
+    T *o = reinterpret_cast<T *>(dst);
+    switch (format) {
+    case VQP_PIXEL_FORMAT_BGR8:
+    case VQP_PIXEL_FORMAT_BGR16:
+        o += 3 * first;
+        if (grey) for (ptrdiff_t x = 0; x < w; ++x) o[3 * x] = o[3 * x + 1] = o[3 * x + 2] = e[x];
+        else std::memcpy(o, e, sizeof(T) * 3 * static_cast<size_t>(w));
+        return;
+    case VQP_PIXEL_FORMAT_RGB8:
+    case VQP_PIXEL_FORMAT_RGB16:
+        o += 3 * first;
+        if (grey) for (ptrdiff_t x = 0; x < w; ++x) o[3 * x] = o[3 * x + 1] = o[3 * x + 2] = e[x];
+        else for (ptrdiff_t x = 0; x < w; ++x) o[3 * x] = e[3 * x + 2], o[3 * x + 1] = e[3 * x + 1], o[3 * x + 2] = e[3 * x];
+        return;
+    case VQP_PIXEL_FORMAT_BGRA8:
+    case VQP_PIXEL_FORMAT_RGBA8: {
+        o += 4 * first;
+        const int r = format == VQP_PIXEL_FORMAT_BGRA8 ? 2 : 0;
+        for (ptrdiff_t x = 0; x < w; ++x) {
+            const T *v = grey ? e + x : e + 3 * x;
+            const ptrdiff_t step = grey ? 0 : 1;
+            o[4 * x + r] = v[2 * step], o[4 * x + 1] = v[step], o[4 * x + 2 - r] = v[0], o[4 * x + 3] = 0;
+        }
+        return;
+    }
+    case VQP_PIXEL_FORMAT_MONO8:
+        o += first;
+        if (grey) std::memcpy(o, e, sizeof(T) * static_cast<size_t>(w));
+        else for (ptrdiff_t x = 0; x < w; ++x)
+            o[x] = static_cast<T>((29u * e[3 * x] + 150u * e[3 * x + 1] + 77u * e[3 * x + 2] + 128u) >> 8);
+        return;
+    default: { // planar: R, G, B planes, or B, G, R
+        const bool redFirst = format == VQP_PIXEL_FORMAT_RGB8_PLANAR || format == VQP_PIXEL_FORMAT_RGB16_PLANAR;
+        T *planes[3] = {at(redFirst ? 2 : 0), at(1), at(redFirst ? 0 : 2)}; // blue, green, red
+        for (int c = 0; c < 3; ++c) {
+            T *plane = planes[c];
+            if (grey) std::memcpy(plane, e, sizeof(T) * static_cast<size_t>(w));
+            else for (ptrdiff_t x = 0; x < w; ++x) plane[x] = e[3 * x + c];
+        }
+    }
+    }
+}
+
+// Planes of blue, green and red through the matrix m (for B, G, R out of B, G, R). Kept apart, with
+// unaliased planes, so that the compiler runs it in vector registers (min and max for the clamps).
+__attribute__((noinline)) void mixPlanes(const uint16_t *__restrict pb, const uint16_t *__restrict pg,
+                                         const uint16_t *__restrict pr, uint16_t *__restrict ob,
+                                         uint16_t *__restrict og, uint16_t *__restrict orr, ptrdiff_t w,
+                                         const float *m) {
+    const float m0 = m[0], m1 = m[1], m2 = m[2], m3 = m[3], m4 = m[4], m5 = m[5], m6 = m[6], m7 = m[7], m8 = m[8];
+    const auto round16 = [](float v) { // NaN (from huge entries of both signs) gives 0
+        v += 0.5f;
+        v = v > 0.0f ? v : 0.0f;
+        v = v < 65535.0f ? v : 65535.0f;
+        return static_cast<uint16_t>(static_cast<int32_t>(v));
+    };
+    for (ptrdiff_t x = 0; x < w; ++x) {
+        const float b = pb[x], g = pg[x], r = pr[x];
+        ob[x] = round16(m0 * b + m1 * g + m2 * r);
+        og[x] = round16(m3 * b + m4 * g + m5 * r);
+        orr[x] = round16(m6 * b + m7 * g + m8 * r);
+    }
+}
+
 struct Store {
     uint32_t format; // the low 32 bits of the configuration
     bool wide;       // 16-bit output
@@ -286,88 +394,38 @@ struct Store {
     const uint8_t *curve8;
     const uint16_t *curve16;
     bool identity;
-    int64_t m[9];    // the matrix, 20 fractional bits
+    float m[9];      // the matrix, for blue, green, red out of blue, green, red
 
-    // Row y from values before the curve: three a pixel (R, G, B), or one (grey) when `grey`.
-    void put(int32_t y, const uint16_t *rgb, bool grey, unsigned char *tmp) const {
+    // Row y from values before the curve: blue, green and red at b, g and r, `step` samples a pixel apart
+    // (3 for interleaved B, G, R, 1 for planes); grey rows have b alone. `tmp` holds 6 bytes a pixel.
+    void put(int32_t y, const uint16_t *b, const uint16_t *g, const uint16_t *r, ptrdiff_t step, bool grey,
+             unsigned char *tmp) const {
         const ptrdiff_t first = ptrdiff_t{y} * w;
-        const ptrdiff_t stride = grey ? 1 : 3;
-        if (!wide) {
-            uint8_t *o = tmp;
-            int order[3] = {0, 1, 2}; // output sample k takes colour order[k]
-            int size = 3;
-            bool planar = false, mono = false;
-            switch (format) {
-            case VQP_PIXEL_FORMAT_BGR8: order[0] = 2, order[2] = 0; break;
-            case VQP_PIXEL_FORMAT_RGB8: break;
-            case VQP_PIXEL_FORMAT_BGRA8: order[0] = 2, order[2] = 0, size = 4; break;
-            case VQP_PIXEL_FORMAT_RGBA8: size = 4; break;
-            case VQP_PIXEL_FORMAT_RGB8_PLANAR: planar = true; break;
-            case VQP_PIXEL_FORMAT_BGR8_PLANAR: order[0] = 2, order[2] = 0, planar = true; break;
-            default: mono = true; break;
+        const auto encode = [&](auto *e, const auto *curve) {
+            if (grey) {
+                for (ptrdiff_t x = 0; x < w; ++x) e[x] = curve[b[x]];
+                return;
             }
-            for (ptrdiff_t x = 0; x < w; ++x) {
-                const uint16_t *v = rgb + stride * x;
-                uint8_t e[3];
-                if (grey) e[0] = e[1] = e[2] = curve8[v[0]];
-                else for (int c = 0; c < 3; ++c) e[c] = curve8[v[c]];
-                if (mono) {
-                    o[x] = grey ? e[0] : static_cast<uint8_t>((77u * e[0] + 150u * e[1] + 29u * e[2] + 128u) >> 8);
-                } else if (planar) {
-                    for (int k = 0; k < 3; ++k) o[k * w + x] = e[order[k]];
-                } else {
-                    uint8_t *px = o + size * x;
-                    for (int k = 0; k < 3; ++k) px[k] = e[order[k]];
-                    if (size == 4) px[3] = 0;
-                }
-            }
-            if (planar) {
-                for (int k = 0; k < 3; ++k) std::memcpy(dst + k * n + first, o + k * w, static_cast<size_t>(w));
-            } else {
-                const ptrdiff_t bytes = mono ? 1 : size;
-                std::memcpy(dst + bytes * first, o, static_cast<size_t>(bytes * w));
-            }
-            return;
-        }
-        uint16_t *o = reinterpret_cast<uint16_t *>(tmp);
-        int order[3] = {0, 1, 2};
-        bool planar = false;
-        switch (format) {
-        case VQP_PIXEL_FORMAT_BGR16: order[0] = 2, order[2] = 0; break;
-        case VQP_PIXEL_FORMAT_RGB16: break;
-        case VQP_PIXEL_FORMAT_RGB16_PLANAR: planar = true; break;
-        default: order[0] = 2, order[2] = 0, planar = true; break; // planes B, G, R
-        }
-        for (ptrdiff_t x = 0; x < w; ++x) {
-            const uint16_t *v = rgb + stride * x;
-            uint16_t e[3];
-            if (grey) e[0] = e[1] = e[2] = curve16[v[0]];
-            else for (int c = 0; c < 3; ++c) e[c] = curve16[v[c]];
-            if (planar) for (int k = 0; k < 3; ++k) o[k * w + x] = e[order[k]];
-            else for (int k = 0; k < 3; ++k) o[3 * x + k] = e[order[k]];
-        }
-        if (planar) {
-            for (int k = 0; k < 3; ++k)
-                std::memcpy(dst + 2 * (k * n + first), o + k * w, static_cast<size_t>(2 * w));
+            for (ptrdiff_t x = 0; x < w; ++x)
+                e[3 * x] = curve[b[step * x]], e[3 * x + 1] = curve[g[step * x]], e[3 * x + 2] = curve[r[step * x]];
+        };
+        if (wide) {
+            uint16_t *e = reinterpret_cast<uint16_t *>(tmp);
+            encode(e, curve16);
+            writeRow(format, static_cast<const uint16_t *>(e), grey, w, n, first, dst);
         } else {
-            std::memcpy(dst + 6 * first, o, static_cast<size_t>(6 * w));
+            encode(tmp, curve8);
+            writeRow(format, static_cast<const uint8_t *>(tmp), grey, w, n, first, dst);
         }
     }
 
-    // Camera B, G, R to R, G, B before the curve, through the matrix.
-    void mix(const uint16_t *bgr, uint16_t *rgb) const {
-        for (ptrdiff_t x = 0; x < w; ++x) {
-            const int64_t r = bgr[3 * x + 2], g = bgr[3 * x + 1], b = bgr[3 * x];
-            if (identity) {
-                rgb[3 * x] = static_cast<uint16_t>(r), rgb[3 * x + 1] = static_cast<uint16_t>(g);
-                rgb[3 * x + 2] = static_cast<uint16_t>(b);
-                continue;
-            }
-            for (int c = 0; c < 3; ++c) {
-                const int64_t v = (m[3 * c] * r + m[3 * c + 1] * g + m[3 * c + 2] * b + (int64_t{1} << 19)) >> 20;
-                rgb[3 * x + c] = static_cast<uint16_t>(std::clamp<int64_t>(v, 0, 65535));
-            }
-        }
+    // Camera B, G, R (interleaved) through the matrix into three planes of blue, green and red, clamped to
+    // 16 bits. Single precision on planes (which the compiler runs in vector registers) keeps a hundredth
+    // of a step at 16 bits for entries within +-2; +0.5 and truncation round.
+    void mix(const uint16_t *bgr, uint16_t *planes) const {
+        uint16_t *__restrict pb = planes, *__restrict pg = planes + w, *__restrict pr = planes + 2 * w;
+        for (ptrdiff_t x = 0; x < w; ++x) pb[x] = bgr[3 * x], pg[x] = bgr[3 * x + 1], pr[x] = bgr[3 * x + 2];
+        mixPlanes(pb, pg, pr, planes + 3 * w, planes + 4 * w, planes + 5 * w, w, m);
     }
 };
 
@@ -376,7 +434,7 @@ struct Store {
 // Rows a band covers, and the rows of margin it demosaics above and below them.
 constexpr int32_t kMargin = 8;
 int32_t bandRowsFor(int32_t width) {
-    const int32_t rows = static_cast<int32_t>(std::clamp<int64_t>((int64_t{1} << 18) / width, 32, 256));
+    const int32_t rows = static_cast<int32_t>(std::clamp<int64_t>((int64_t{1} << 19) / width, 32, 256));
     return rows & ~1;
 }
 
@@ -400,30 +458,41 @@ struct Pass {
         const size_t values = size_t{1} << f.bits;
         uint16_t *rows[2] = {wk.samples.data(), wk.samples.data() + w};
         for (int32_t y = balanced != nullptr ? s0 : y0; y < (balanced != nullptr ? s1 : y1); ++y) {
+            uint16_t *m = balanced != nullptr ? wk.mosaic.data() + ptrdiff_t{y - s0} * w : nullptr;
+            const uint16_t *even = balanced + ((y & 1) * 2) * values, *odd = even + values;
+            if (normal == nullptr) { // straight through the tables
+                balancedRow(reader, y, even, odd, m);
+                continue;
+            }
             uint16_t *s = rows[y & 1];
             reader.row(y, s);
-            if (normal != nullptr && !mono && (y & 1) == 1 && y - 1 >= y0 && y < y1)
+            if (!mono && (y & 1) == 1 && y - 1 >= y0 && y < y1)
                 countCells(rows[0], rows[1], w, normal, values, f.phase, wk.sums);
             if (balanced == nullptr) continue;
-            uint16_t *m = wk.mosaic.data() + ptrdiff_t{y - s0} * w;
-            const uint16_t *even = balanced + ((y & 1) * 2) * values, *odd = even + values;
             ptrdiff_t x = 0;
             for (; x + 1 < w; x += 2) m[x] = even[s[x]], m[x + 1] = odd[s[x + 1]];
             if (x < w) m[x] = even[s[x]];
         }
         if (balanced == nullptr) return VQP_OK;
-        uint16_t *rgb = wk.samples.data(); // free again: the values before the curve, a row at a time
         if (mono) {
-            for (int32_t y = y0; y < y1; ++y)
-                store->put(y, wk.mosaic.data() + ptrdiff_t{y - s0} * w, true, wk.row.data());
+            for (int32_t y = y0; y < y1; ++y) {
+                const uint16_t *v = wk.mosaic.data() + ptrdiff_t{y - s0} * w;
+                store->put(y, v, v, v, 1, true, wk.row.data());
+            }
             return VQP_OK;
         }
         ImageFrame in{s1 - s0, w, kMosaicCode[f.phase], wk.mosaic.data(), 2 * w};
         ImageFrame out{0, 0, 0, wk.camera.data(), 0};
         if (const int32_t rc = vqpDemosaicing16(wk.demosaic, &in, method, &out, 1); rc != VQP_OK) return rc;
         for (int32_t y = y0; y < y1; ++y) {
-            store->mix(wk.camera.data() + 3 * ptrdiff_t{y - s0} * w, rgb);
-            store->put(y, rgb, false, wk.row.data());
+            const uint16_t *bgr = wk.camera.data() + 3 * ptrdiff_t{y - s0} * w;
+            if (store->identity) {
+                store->put(y, bgr, bgr + 1, bgr + 2, 3, false, wk.row.data());
+                continue;
+            }
+            uint16_t *planes = wk.planes.data();
+            store->mix(bgr, planes);
+            store->put(y, planes + 3 * w, planes + 4 * w, planes + 5 * w, 1, false, wk.row.data());
         }
         return VQP_OK;
     }
@@ -496,6 +565,7 @@ int32_t develop(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
             wk.mosaic.resize(static_cast<size_t>(rowsMax) * static_cast<size_t>(w));
             if (colour) wk.camera.resize(3 * static_cast<size_t>(rowsMax) * static_cast<size_t>(w));
             wk.row.resize(6 * static_cast<size_t>(w));
+            wk.planes.resize(6 * static_cast<size_t>(w));
             wk.sums = Sums{};
         }
         const Reader reader{*in, f};
@@ -537,7 +607,8 @@ int32_t develop(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
             store.n = n, store.w = w;
             store.curve8 = st.curve8.data(), store.curve16 = st.curve16.data();
             store.identity = set.identity;
-            for (int i = 0; i < 9; ++i) store.m[i] = std::llround(static_cast<double>(set.matrix[i]) * 1048576.0);
+            for (int i = 0; i < 9; ++i) // the matrix maps R, G, B; the store works in B, G, R
+                store.m[3 * (2 - i / 3) + 2 - i % 3] = set.matrix[i];
             const bool gather = measure && !measureFirst;
             const Pass pass{reader, f, h, w, band, bands, method, balanced, gather ? normal : nullptr, &store};
             const auto [rc, sums] = everyBand(pass);
