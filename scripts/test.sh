@@ -45,12 +45,13 @@ bash scripts/test-python.sh
 echo "== Emulated x86-64 processors: baseline, SSE4.2 without AVX, AVX2 without AVX-512"
 bash scripts/test-cpus.sh build/release build/python
 
-echo "== ThreadSanitizer: the parallel entry points, several handles on several threads"
+echo "== ThreadSanitizer: the parallel entry points and development, several handles on several threads"
 cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELQORA_BUILD_TOOLS=OFF \
   -DCMAKE_CXX_FLAGS=-fsanitize=thread -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread \
   -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread
-cmake --build build/tsan -j "$jobs" --target test_parallel
+cmake --build build/tsan -j "$jobs" --target test_parallel test_develop
 TSAN_OPTIONS=halt_on_error=1 build/tsan/tests/test_parallel
+TSAN_OPTIONS=halt_on_error=1 build/tsan/tests/test_develop
 
 echo "== The C# binding under Mono, against the conversions a C program writes in the same run"
 bash scripts/test-csharp.sh
