@@ -319,22 +319,27 @@ void countCells(const uint16_t *above, const uint16_t *below, ptrdiff_t w, const
 // ---- output ---------------------------------------------------------------------------------------
 
 // One row of encoded samples, B, G, R a pixel (or one grey sample a pixel), into the output layout.
+// Samples are written bytewise (memcpy): 16-bit output may start at any address.
 template <class T>
 void writeRow(uint32_t format, const T *e, bool grey, ptrdiff_t w, ptrdiff_t n, ptrdiff_t first, unsigned char *dst) {
-    const auto at = [&](ptrdiff_t plane) { return reinterpret_cast<T *>(dst) + plane * n + first; };
-    T *o = reinterpret_cast<T *>(dst);
+    constexpr ptrdiff_t S = sizeof(T);
+    const auto put = [](unsigned char *p, T v) { std::memcpy(p, &v, sizeof v); };
+    unsigned char *o = dst;
     switch (format) {
     case VQP_PIXEL_FORMAT_BGR8:
     case VQP_PIXEL_FORMAT_BGR16:
-        o += 3 * first;
-        if (grey) for (ptrdiff_t x = 0; x < w; ++x) o[3 * x] = o[3 * x + 1] = o[3 * x + 2] = e[x];
-        else std::memcpy(o, e, sizeof(T) * 3 * static_cast<size_t>(w));
+        o += 3 * S * first;
+        if (grey) for (ptrdiff_t x = 0; x < w; ++x) put(o + 3 * S * x, e[x]), put(o + 3 * S * x + S, e[x]), put(o + 3 * S * x + 2 * S, e[x]);
+        else std::memcpy(o, e, static_cast<size_t>(3 * S * w));
         return;
     case VQP_PIXEL_FORMAT_RGB8:
     case VQP_PIXEL_FORMAT_RGB16:
-        o += 3 * first;
-        if (grey) for (ptrdiff_t x = 0; x < w; ++x) o[3 * x] = o[3 * x + 1] = o[3 * x + 2] = e[x];
-        else for (ptrdiff_t x = 0; x < w; ++x) o[3 * x] = e[3 * x + 2], o[3 * x + 1] = e[3 * x + 1], o[3 * x + 2] = e[3 * x];
+        o += 3 * S * first;
+        for (ptrdiff_t x = 0; x < w; ++x) {
+            const T *v = grey ? e + x : e + 3 * x;
+            const ptrdiff_t step = grey ? 0 : 1;
+            put(o + 3 * S * x, v[2 * step]), put(o + 3 * S * x + S, v[step]), put(o + 3 * S * x + 2 * S, v[0]);
+        }
         return;
     case VQP_PIXEL_FORMAT_BGRA8:
     case VQP_PIXEL_FORMAT_RGBA8: {
@@ -343,23 +348,25 @@ void writeRow(uint32_t format, const T *e, bool grey, ptrdiff_t w, ptrdiff_t n, 
         for (ptrdiff_t x = 0; x < w; ++x) {
             const T *v = grey ? e + x : e + 3 * x;
             const ptrdiff_t step = grey ? 0 : 1;
-            o[4 * x + r] = v[2 * step], o[4 * x + 1] = v[step], o[4 * x + 2 - r] = v[0], o[4 * x + 3] = 0;
+            o[4 * x + r] = static_cast<unsigned char>(v[2 * step]), o[4 * x + 1] = static_cast<unsigned char>(v[step]);
+            o[4 * x + 2 - r] = static_cast<unsigned char>(v[0]), o[4 * x + 3] = 0;
         }
         return;
     }
     case VQP_PIXEL_FORMAT_MONO8:
         o += first;
-        if (grey) std::memcpy(o, e, sizeof(T) * static_cast<size_t>(w));
+        if (grey) for (ptrdiff_t x = 0; x < w; ++x) o[x] = static_cast<unsigned char>(e[x]);
         else for (ptrdiff_t x = 0; x < w; ++x)
-            o[x] = static_cast<T>((29u * e[3 * x] + 150u * e[3 * x + 1] + 77u * e[3 * x + 2] + 128u) >> 8);
+            o[x] = static_cast<unsigned char>((29u * e[3 * x] + 150u * e[3 * x + 1] + 77u * e[3 * x + 2] + 128u) >> 8);
         return;
     default: { // planar: R, G, B planes, or B, G, R
         const bool redFirst = format == VQP_PIXEL_FORMAT_RGB8_PLANAR || format == VQP_PIXEL_FORMAT_RGB16_PLANAR;
-        T *planes[3] = {at(redFirst ? 2 : 0), at(1), at(redFirst ? 0 : 2)}; // blue, green, red
+        const ptrdiff_t blue = redFirst ? 2 : 0, red = redFirst ? 0 : 2;
+        unsigned char *planes[3] = {o + S * (blue * n + first), o + S * (n + first), o + S * (red * n + first)};
         for (int c = 0; c < 3; ++c) {
-            T *plane = planes[c];
-            if (grey) std::memcpy(plane, e, sizeof(T) * static_cast<size_t>(w));
-            else for (ptrdiff_t x = 0; x < w; ++x) plane[x] = e[3 * x + c];
+            unsigned char *plane = planes[c];
+            if (grey) std::memcpy(plane, e, static_cast<size_t>(S * w));
+            else for (ptrdiff_t x = 0; x < w; ++x) put(plane + S * x, e[3 * x + c]);
         }
     }
     }
