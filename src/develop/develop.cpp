@@ -466,7 +466,8 @@ struct Pass {
         uint16_t *rows[2] = {wk.samples.data(), wk.samples.data() + w};
         for (int32_t y = balanced != nullptr ? s0 : y0; y < (balanced != nullptr ? s1 : y1); ++y) {
             uint16_t *m = balanced != nullptr ? wk.mosaic.data() + ptrdiff_t{y - s0} * w : nullptr;
-            const uint16_t *even = balanced + ((y & 1) * 2) * values, *odd = even + values;
+            const uint16_t *even = balanced != nullptr ? balanced + ((y & 1) * 2) * values : nullptr;
+            const uint16_t *odd = even != nullptr ? even + values : nullptr;
             if (normal == nullptr) { // straight through the tables
                 balancedRow(reader, y, even, odd, m);
                 continue;
