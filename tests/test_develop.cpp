@@ -398,7 +398,7 @@ TEST(Develop, RefusedSettingsChangeNothing) {
 // its own frame and returns to OFF; CONTINUOUS measures its first frame, then follows the scene within
 // 1% after 8 frames; the gains and bytes are the same for every thread count.
 TEST(Develop, AutomaticBalance) {
-    const int h = 200, w = 300;
+    const int h = 600, w = 128; // three bands of rows, for the threads
     const auto scene = [&](double r, double g, double b, std::mt19937 &rng) {
         std::vector<uint16_t> s(size_t(h) * w);
         std::uniform_real_distribution<double> level(0.1, 0.7);
