@@ -48,6 +48,14 @@ Conversion:
       --u16              16-bit mode: Bayer input of 10 to 16 bits (any phase, unpacked or packed)
                          is demosaiced at full depth into 16-bit .png (scaled to 16 bits), .ppm or
                          .raw (B, G, R samples at the input's depth), by any method
+Development (raw to picture, in the same pass; with none of these the output is a plain conversion;
+each also with --u16, whose files then hold 0 .. 65535):
+      --black N[,N,N,N]  black level, one for all sites or one per site of the 2x2 pattern (row 0
+                         col 0, row 0 col 1, row 1 col 0, row 1 col 1), in input sample units
+      --white N          the sample value that is full scale (default: the depth's maximum)
+      --balance R,G,B    white-balance gains; or 'auto': grey world, each frame on its own
+      --matrix A,B,...,I colour matrix, nine numbers, row-major, camera R, G, B to output R, G, B
+      --transfer CURVE   linear (default), srgb, or a number: a gamma (encoded = linear^(1/gamma))
 Output (the type follows the extension: .png, .ppm, .pgm, or .raw for the library's exact bytes):
   -o, --out FILE         the output file (one input)
   -d, --out-dir DIR      write each input to DIR/<input name>.<type> (several inputs)
@@ -74,6 +82,7 @@ struct Options {
     Method method = Method::Edge;
     bool u16 = false, quiet = false;
     int64_t threads = 0; // 0: one per hardware thread
+    DevelopOptions develop;
 };
 
 [[noreturn]] void usageError(const std::string &line) { throw Failure(kExitUsage, line + " (see --help)"); }
@@ -141,6 +150,9 @@ Options parseArgs(int argc, char **argv, bool &done) {
             o.outDir = next();
         } else if (arg == "--type") {
             o.type = next();
+        } else if (arg == "--black" || arg == "--white" || arg == "--balance" || arg == "--matrix" ||
+                   arg == "--transfer") {
+            parseDevelopOption(arg, next(), o.develop);
         } else if (arg == "--u16") {
             o.u16 = true;
         } else if (arg == "-j" || arg == "--threads") {
@@ -361,7 +373,8 @@ public:
 
     // Converts one frame on `threads` threads and writes it; returns the milliseconds spent demosaicing.
     double convert(LoadedInput &in, Method method, const OutputFormat &of, const std::string &outPath, FileKind kind,
-                   uint32_t threads) {
+                   uint32_t threads, const DevelopOptions &develop) {
+        if (develop.any) applyDevelop(develop, handle_);
         const uint64_t config = of.code;
         int32_t status = vqpDemosaicSetConfig(handle_, &config);
         const size_t n = size_t(in.width) * size_t(in.height);
@@ -369,8 +382,13 @@ public:
         ImageFrame src{in.height, in.width, in.format.code, in.bytes.data(), int32_t(in.stride)};
         ImageFrame dst{0, 0, 0, px.data(), 0};
         const auto start = std::chrono::steady_clock::now();
-        if (status == VQP_OK) status = vqpDemosaicingParallel(handle_, &src, uint32_t(method), &dst, threads);
+        if (status == VQP_OK)
+            status = develop.any ? vqpDevelop(handle_, &src, uint32_t(method), &dst, threads)
+                                 : vqpDemosaicingParallel(handle_, &src, uint32_t(method), &dst, threads);
         const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+        if (status == VQP_ERR_BAD_PARAMETER)
+            throw Failure(kExitUsage, in.path + ": a black level is at or above the white level of " + in.format.name +
+                                          " (--black): lower --black or raise --white " + statusTag(status));
         if (status != VQP_OK) throw Failure(kExitLibrary, in.path + ": " + libraryProblem(status, in, of));
 
         AtomicFile file(outPath);
@@ -443,8 +461,8 @@ int run(const Options &o) {
             usageError("--output selects 8-bit layouts; the 16-bit mode writes B, G, R samples (.raw) or RGB (.png, .ppm)");
         if (kind == FileKind::Pgm) usageError("the 16-bit mode writes colour: name the output .png, .ppm or .raw");
     } else {
-        if (format.bits == 14 && format.phase[0] != '\0')
-            usageError(format.name + " is converted at full depth only: add --u16");
+        if (format.bits == 14 && format.phase[0] != '\0' && !o.develop.any)
+            usageError(format.name + " is converted at full depth only: add --u16 (or develop it: --black, --transfer, ...)");
         of = o.outputFormat.empty() ? outputFormatByCode(defaultOutput(kind, format)) : parseOutputFormat(o.outputFormat);
         checkKindFits(kind, of);
     }
@@ -470,8 +488,8 @@ int run(const Options &o) {
             const auto start = std::chrono::steady_clock::now();
             LoadedInput in = loadInput(o.inputs[i], o);
             const double demosaicMs =
-                o.u16 ? convertU16(in, o.method, outPaths[i], kind, converter.handle(), threadsPerFrame)
-                      : converter.convert(in, o.method, of, outPaths[i], kind, threadsPerFrame);
+                o.u16 ? convertU16(in, o.method, outPaths[i], kind, converter.handle(), threadsPerFrame, o.develop)
+                      : converter.convert(in, o.method, of, outPaths[i], kind, threadsPerFrame, o.develop);
             const double ms =
                 std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
             char text[160];

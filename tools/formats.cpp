@@ -77,6 +77,7 @@ std::string statusTag(int32_t status) {
     case VQP_ERR_BAD_DIMENSIONS: name = "VQP_ERR_BAD_DIMENSIONS"; break;
     case VQP_ERR_UNSUPPORTED_INPUT_FORMAT: name = "VQP_ERR_UNSUPPORTED_INPUT_FORMAT"; break;
     case VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT: name = "VQP_ERR_UNSUPPORTED_OUTPUT_FORMAT"; break;
+    case VQP_ERR_BAD_PARAMETER: name = "VQP_ERR_BAD_PARAMETER"; break;
     }
     return "(status " + std::to_string(status) + " " + name + ")";
 }

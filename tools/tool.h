@@ -115,8 +115,27 @@ struct LoadedInput {
     std::string warning; // a line for stderr once the frame is converted (a file longer than the frame)
 };
 
-// The 16-bit mode on `threads` threads of `handle`; returns the milliseconds spent demosaicing.
+// The development options (--black, --white, --balance, --matrix, --transfer); none given: a plain
+// conversion, as before they existed.
+struct DevelopOptions {
+    bool any = false;
+    bool black = false, white = false, balance = false, autoBalance = false, matrix = false, transfer = false;
+    float blackLevels[4] = {0, 0, 0, 0};
+    float whiteLevel = 0;
+    float gains[3] = {1, 1, 1};
+    float matrixValues[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    uint32_t curve = VQP_TRANSFER_LINEAR;
+    float gamma = 1;
+};
+// Parses one development option's value into `d`; throws a usage Failure naming the option.
+void parseDevelopOption(const std::string &option, const std::string &value, DevelopOptions &d);
+// The settings on a handle (automatic balance: ONCE, each frame balanced on its own); throws a usage
+// Failure naming the option the library refused.
+void applyDevelop(const DevelopOptions &d, ProcessingHandle *handle);
+
+// The 16-bit mode on `threads` threads of `handle`; returns the milliseconds spent demosaicing. With
+// development options the frame is developed (vqpDevelop16, samples 0 .. 65535).
 double convertU16(const LoadedInput &in, Method method, const std::string &outPath, FileKind kind,
-                  ProcessingHandle *handle, uint32_t threads);
+                  ProcessingHandle *handle, uint32_t threads, const DevelopOptions &develop);
 
 } // namespace vqtool
