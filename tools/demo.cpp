@@ -156,7 +156,9 @@ constexpr Glyph kFont[] = {
     {'1', {4, 12, 4, 4, 4, 4, 14}},      {'2', {14, 17, 1, 2, 4, 8, 31}},     {'3', {31, 2, 4, 2, 1, 17, 14}},
     {'4', {2, 6, 10, 18, 31, 2, 2}},     {'5', {31, 16, 30, 1, 1, 17, 14}},   {'6', {6, 8, 16, 30, 17, 17, 14}},
     {'7', {31, 1, 2, 4, 8, 8, 8}},       {'8', {14, 17, 17, 14, 17, 17, 14}}, {'9', {14, 17, 17, 15, 1, 2, 12}},
-    {'.', {0, 0, 0, 0, 0, 12, 12}},      {'-', {0, 0, 0, 31, 0, 0, 0}},
+    {'.', {0, 0, 0, 0, 0, 12, 12}},      {'-', {0, 0, 0, 31, 0, 0, 0}},      {'P', {30, 17, 17, 30, 16, 16, 16}},
+    {'V', {17, 17, 17, 17, 17, 10, 4}},  {'W', {17, 17, 17, 21, 21, 21, 10}}, {'C', {14, 17, 16, 16, 16, 17, 14}},
+    {'M', {17, 27, 21, 21, 17, 17, 17}},
 };
 
 void drawText(Picture &p, int x0, int y0, const std::string &text, int scale) {
@@ -216,6 +218,85 @@ void saveGrey(const std::string &path, const std::vector<uint8_t> &m) {
     AtomicFile f(path);
     writePng(f, kW, kH, 1, 8, m.data());
     f.commit();
+}
+
+// ---- raw to picture -------------------------------------------------------------------------------
+
+double fromSrgb(double v) { return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); }
+
+// A camera's view of the chart: the sensor's colour primaries (the inverse of its camera-to-sRGB matrix),
+// a green-heavy response, a black level of 240 and 12-bit samples, RGGB, packed two in three bytes.
+// Develops it plainly and with black level, automatic white balance, the matrix and sRGB.
+constexpr float kCameraToSrgb[9] = {1.72f, -0.55f, -0.17f, -0.21f, 1.48f, -0.27f, 0.04f, -0.51f, 1.47f};
+constexpr double kResponse[3] = {0.52, 1.0, 0.68}; // red, green, blue sensitivity relative to green
+constexpr int kBlack = 240;
+
+void rawToPicture(const Picture &truth, const std::string &dir) {
+    // The inverse of the camera-to-sRGB matrix: sRGB-linear to camera colour.
+    double m[9], inv[9];
+    for (int i = 0; i < 9; ++i) m[i] = kCameraToSrgb[i];
+    const double det = m[0] * (m[4] * m[8] - m[5] * m[7]) - m[1] * (m[3] * m[8] - m[5] * m[6]) +
+                       m[2] * (m[3] * m[7] - m[4] * m[6]);
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c) {
+            const int r1 = (c + 1) % 3, r2 = (c + 2) % 3, c1 = (r + 1) % 3, c2 = (r + 2) % 3;
+            inv[3 * r + c] = (m[3 * r1 + c1] * m[3 * r2 + c2] - m[3 * r1 + c2] * m[3 * r2 + c1]) / det;
+        }
+    std::vector<uint16_t> samples(size_t(kW) * kH);
+    for (int y = 0; y < kH; ++y)
+        for (int x = 0; x < kW; ++x) {
+            const int channel = (y & 1) == 0 && (x & 1) == 0 ? 0 : ((y & 1) == 1 && (x & 1) == 1 ? 2 : 1);
+            const uint8_t *t = truth.at(x, y);
+            const double lin[3] = {fromSrgb(t[0] / 255.0), fromSrgb(t[1] / 255.0), fromSrgb(t[2] / 255.0)};
+            double cam = 0;
+            for (int k = 0; k < 3; ++k) cam += inv[3 * channel + k] * lin[k];
+            cam = std::fmin(1.0, std::fmax(0.0, cam * kResponse[channel]));
+            samples[size_t(y) * kW + size_t(x)] = uint16_t(std::lround(kBlack + cam * (4095 - kBlack)));
+        }
+    std::vector<uint8_t> packed(samples.size() / 2 * 3);
+    for (size_t i = 0; i < samples.size(); i += 2) {
+        const unsigned a = samples[i], b = samples[i + 1];
+        packed[i / 2 * 3] = uint8_t(a >> 4), packed[i / 2 * 3 + 1] = uint8_t((a & 15) | (b & 15) << 4);
+        packed[i / 2 * 3 + 2] = uint8_t(b >> 4);
+    }
+
+    ProcessingHandle *handle = nullptr;
+    int32_t status = vqpCreate(&handle);
+    const uint64_t config = VQP_PIXEL_FORMAT_RGB8;
+    if (status == VQP_OK) status = vqpDemosaicSetConfig(handle, &config);
+    Picture plain(kW, kH), developed(kW, kH);
+    ImageFrame in{kH, kW, VQP_PIXEL_FORMAT_BAYER_RG12_PACKED, packed.data(), kW + kW / 2};
+    ImageFrame out{0, 0, 0, plain.px.data(), 0};
+    if (status == VQP_OK) status = vqpDemosaicing(handle, &in, VQP_METHOD_EDGE, &out);
+    const float black[4] = {kBlack, kBlack, kBlack, kBlack};
+    if (status == VQP_OK) status = vqpSetBlackLevel(handle, black);
+    if (status == VQP_OK) status = vqpSetBalanceWhiteAuto(handle, VQP_BALANCE_WHITE_AUTO_ONCE);
+    if (status == VQP_OK) status = vqpSetColorTransformation(handle, kCameraToSrgb);
+    if (status == VQP_OK) status = vqpSetTransfer(handle, VQP_TRANSFER_SRGB, 0);
+    out.data = developed.px.data();
+    const auto start = std::chrono::steady_clock::now();
+    if (status == VQP_OK) status = vqpDevelop(handle, &in, VQP_METHOD_EDGE, &out, 1);
+    const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    float gains[3] = {0, 0, 0};
+    vqpGetBalanceRatio(handle, gains);
+    vqpRelease(&handle);
+    if (status != VQP_OK) throw Failure(kExitLibrary, "the library refused the simulated sensor's frame " + statusTag(status));
+
+    const double before = psnr(truth, plain), after = psnr(truth, developed);
+    std::printf("\nRaw to picture: the chart seen by a simulated sensor (black level %d, red and blue at %.2f and "
+                "%.2f of green, a camera colour matrix), BayerRG12Packed, edge-directed:\n",
+                kBlack, kResponse[0], kResponse[2]);
+    std::printf("  plain conversion                        %6.2f dB\n", before);
+    std::printf("  developed (black, auto balance, matrix, sRGB) %6.2f dB, %.2f ms; gains found %.3f, %.3f, %.3f "
+                "(the sensor's inverse: %.3f, 1, %.3f)\n",
+                after, ms, gains[0], gains[1], gains[2], 1 / kResponse[0], 1 / kResponse[2]);
+    savePng(dir + "raw_plain.png", plain);
+    savePng(dir + "raw_developed.png", developed);
+    char a[32], b[32];
+    std::snprintf(a, sizeof a, "RAW %.1f DB", before);
+    std::snprintf(b, sizeof b, "DEVELOPED %.1f DB", after);
+    savePng(dir + "develop_comparison.png", comparison({&truth, &plain, &developed}, {"GROUND TRUTH", a, b}));
+    std::printf("Wrote raw_plain.png, raw_developed.png and develop_comparison.png.\n");
 }
 
 } // namespace
@@ -303,6 +384,7 @@ int runDemo(const std::string &outDir) {
     std::vector<const Picture *> pics{&truth};
     for (size_t i = 0; i < firstPhase.size(); ++i) pics.push_back(present[i] ? &firstPhase[i] : nullptr);
     savePng(dir + "comparison.png", comparison(pics, labels));
+    rawToPicture(truth, dir);
     std::printf("Wrote %s: ground_truth.png, mosaic_<phase>.png, <method>_<phase>.png and comparison.png "
                 "(RGGB, crops enlarged %dx).\n",
                 outDir.c_str(), kZoom);
