@@ -3,10 +3,13 @@
 // handle keeps two Python threads from using the same handle at once.
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
 
 #include <cstdint>
 #include <mutex>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "velqora.h"
 
@@ -60,6 +63,49 @@ public:
         return vqpDemosaicing16(handle_, &fi, method, &fo, threads);
     }
 
+    // Development: `config` the 8-bit (wide false) or 16-bit output configuration; `out` a C-contiguous array
+    // of the output's size (uint8 or uint16).
+    int32_t develop(py::array raw, int32_t height, int32_t width, int32_t stride, uint32_t code, uint32_t method,
+                    uint64_t config, bool wide, py::array out, uint32_t threads) {
+        void *in = const_cast<void *>(raw.data());
+        void *dst = out.mutable_data();
+        py::gil_scoped_release release;
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (handle_ == nullptr) return VQP_ERR_NULL_ARGUMENT;
+        int32_t status = wide ? vqpDemosaicSetConfig16(handle_, &config) : vqpDemosaicSetConfig(handle_, &config);
+        if (status != VQP_OK) return status;
+        ImageFrame fi{height, width, code, in, stride}, fo{0, 0, 0, dst, 0};
+        return wide ? vqpDevelop16(handle_, &fi, method, &fo, threads) : vqpDevelop(handle_, &fi, method, &fo, threads);
+    }
+
+    // One setting: the name of the setter's argument that the library refused comes back with the status.
+    // values: black (4), white (1), gains (3), matrix (9, or none for the identity), transfer (curve, gamma),
+    // balance_auto (mode).
+    int32_t set(const std::string &what, const std::vector<float> &values) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (handle_ == nullptr) return VQP_ERR_NULL_ARGUMENT;
+        if (what == "black") return vqpSetBlackLevel(handle_, values.data());
+        if (what == "white") return vqpSetWhiteLevel(handle_, values[0]);
+        if (what == "gains") return vqpSetBalanceRatio(handle_, values.data());
+        if (what == "matrix") return vqpSetColorTransformation(handle_, values.empty() ? nullptr : values.data());
+        if (what == "transfer") return vqpSetTransfer(handle_, static_cast<uint32_t>(values[0]), values[1]);
+        return vqpSetBalanceWhiteAuto(handle_, static_cast<uint32_t>(values[0]));
+    }
+
+    std::vector<float> gains() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::vector<float> g(3, 0.0f);
+        if (handle_ != nullptr) vqpGetBalanceRatio(handle_, g.data());
+        return g;
+    }
+
+    uint32_t balanceAuto() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        uint32_t mode = 0;
+        if (handle_ != nullptr) vqpGetBalanceWhiteAuto(handle_, &mode);
+        return mode;
+    }
+
 private:
     ProcessingHandle *handle_ = nullptr;
     std::mutex mutex_;
@@ -73,7 +119,11 @@ PYBIND11_MODULE(_velqora, m) {
         .def(py::init<>())
         .def("close", &Handle::close)
         .def("demosaic", &Handle::demosaic)
-        .def("demosaic16", &Handle::demosaic16);
+        .def("demosaic16", &Handle::demosaic16)
+        .def("develop", &Handle::develop)
+        .def("set", &Handle::set)
+        .def("gains", &Handle::gains)
+        .def("balance_auto", &Handle::balanceAuto);
     m.def("status_name", [](int32_t s) { return std::string(vqpStatusName(s)); });
     m.def("status_message", [](int32_t s) { return std::string(vqpStatusMessage(s)); });
     m.def("output_size", &vqpOutputSize);

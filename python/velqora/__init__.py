@@ -12,6 +12,10 @@ the default). Output formats: ``"BGR8"``, ``"RGB8"``, ``"BGRA8"``, ``"RGBA8"``, 
 ``"BGR8_Planar"``, ``"Mono8"``. :func:`demosaic16` keeps the full depth of 10 to 16-bit Bayer frames
 (``velqora.INPUT_FORMATS16``) and writes ``"BGR16"``, ``"RGB16"``, ``"RGB16_Planar"`` or ``"BGR16_Planar"``.
 
+:func:`develop` turns a raw frame into a picture in the same pass (black level, white balance, colour
+matrix, transfer curve), at full depth; a :class:`Developer` keeps continuous white balance across video
+frames.
+
 Every call runs with the GIL released; a :class:`Demosaicer` keeps its scratch memory between frames, and
 several Demosaicers convert in parallel threads. Errors raise :class:`velqora.Error`.
 """
@@ -24,8 +28,8 @@ import numpy as np
 
 from . import _velqora
 
-__all__ = ["Error", "Demosaicer", "demosaic", "demosaic16", "vector_level", "INPUT_FORMATS", "OUTPUT_FORMATS",
-           "METHODS", "INPUT_FORMATS16", "OUTPUT_FORMATS16", "__version__"]
+__all__ = ["Error", "Demosaicer", "Developer", "demosaic", "demosaic16", "develop", "vector_level", "INPUT_FORMATS",
+           "OUTPUT_FORMATS", "METHODS", "INPUT_FORMATS16", "OUTPUT_FORMATS16", "TRANSFERS", "__version__"]
 
 __version__ = _velqora.version()
 
@@ -316,3 +320,138 @@ def demosaic16(raw16, fmt, method="edge", planar=False, out=None, *, bits=None, 
         return _default().demosaic16(raw16, fmt, method, planar, out, **kw)
     with Demosaicer(threads) as d:
         return d.demosaic16(raw16, fmt, method, planar, out, **kw)
+
+
+# ---- raw to picture --------------------------------------------------------------------------------------
+
+TRANSFERS = {"linear": 0, "srgb": 1}
+_BALANCE_AUTO = {"off": 0, "once": 1, "continuous": 2}
+_DEVELOP_INPUTS = {**INPUT_FORMATS, **_BAYER14}
+
+
+def _floats(value, count: int, what: str) -> list:
+    try:
+        values = [float(v) for v in np.asarray(value, dtype=np.float64).reshape(-1)]
+    except (TypeError, ValueError):
+        raise Error(f"{what} must be {count} numbers, not {value!r}") from None
+    if len(values) != count:
+        raise Error(f"{what} must be {count} numbers, not {len(values)}")
+    return values
+
+
+class Developer:
+    """Turns raw frames into pictures: black level, white level, white balance, the demosaic, a colour matrix
+    and a transfer curve in one pass, at the input's full depth. Keeps its settings, its scratch memory and,
+    with ``balance="auto"``, continuous automatic white balance from frame to frame (each frame uses the
+    gains measured on the frames before it; the first one measures itself)::
+
+        with velqora.Developer(black=64, balance="auto", matrix=camera_to_srgb, transfer="srgb") as dev:
+            for raw in frames:
+                picture = dev.develop(raw, "BayerRG12", out=buffer)
+            print(dev.gains)       # the red, green and blue gains in use
+
+    black: one level, or four (the sites of the 2x2 pattern: row 0 col 0, row 0 col 1, row 1 col 0, row 1
+        col 1), in the input's sample units. white: the sample value that is full scale (None: the depth's
+        maximum). balance: (red, green, blue) gains, ``"auto"`` (continuous), ``"once"`` (the next frame
+        measures itself, then the gains stay), or None (1, 1, 1). matrix: nine numbers or a 3x3 array,
+        camera R, G, B to output R, G, B (None: the identity). transfer: ``"linear"``, ``"srgb"`` or a
+        number, a gamma (encoded = linear ** (1 / gamma)). threads: as for :class:`Demosaicer`.
+    Refused values raise :class:`Error` (``VQP_ERR_BAD_PARAMETER``) naming the argument; nothing changes.
+    """
+
+    def __init__(self, threads: int = 1, *, black=None, white=None, balance=None, matrix=None, transfer="linear"):
+        if int(threads) < 0:
+            raise Error("threads= must be 0 (one per core) or a positive count")
+        self.threads = int(threads)
+        self._handle = _velqora.Handle()
+        self.configure(black=black, white=white, balance=balance, matrix=matrix, transfer=transfer)
+
+    def close(self) -> None:
+        """Releases the handle (and joins its threads); later calls raise Error."""
+        self._handle.close()
+
+    def __enter__(self) -> "Developer":
+        return self
+
+    def __exit__(self, *exc) -> None:
+        self.close()
+
+    def _set(self, what: str, argument: str, values: list) -> None:
+        status = self._handle.set(what, values)
+        if status == -120:
+            raise Error(f"{argument}={values!r} is refused: levels and gains must be finite and not negative, "
+                        "black below white, gamma in (0, 10]", status)
+        if status != 0:
+            raise _status_error(status, argument)
+
+    def configure(self, *, black=None, white=None, balance=None, matrix=None, transfer="linear") -> None:
+        """Replaces every setting (those left out become neutral); see the class."""
+        levels = [0.0] * 4 if black is None else _floats(black, 1, "black") * 4 if np.ndim(black) == 0 \
+            else _floats(black, 4, "black")
+        self._set("white", "white", [0.0])
+        self._set("black", "black", levels)
+        self._set("white", "white", [0.0 if white is None else float(white)])
+        if isinstance(balance, str):
+            if balance not in ("auto", "once"):
+                raise Error(f"balance={balance!r}: give (red, green, blue) gains, 'auto' or 'once'")
+            self._set("gains", "balance", [1.0, 1.0, 1.0])
+            self._set("balance_auto", "balance", [float(_BALANCE_AUTO["continuous" if balance == "auto" else "once"])])
+        else:
+            self._set("gains", "balance", [1.0, 1.0, 1.0] if balance is None else _floats(balance, 3, "balance"))
+        self._set("matrix", "matrix", [] if matrix is None else _floats(matrix, 9, "matrix"))
+        if isinstance(transfer, str):
+            if transfer not in TRANSFERS:
+                raise Error(f"transfer={transfer!r}: use 'linear', 'srgb' or a gamma (a number)")
+            self._set("transfer", "transfer", [float(TRANSFERS[transfer]), 1.0])
+        else:
+            self._set("transfer", "transfer", [2.0, float(transfer)])
+
+    @property
+    def gains(self) -> tuple:
+        """The red, green and blue gains in use: those given, or the last found automatically."""
+        return tuple(self._handle.gains())
+
+    @property
+    def balance_auto(self) -> str:
+        """``"off"``, ``"once"`` (until the next frame) or ``"continuous"``."""
+        return {v: k for k, v in _BALANCE_AUTO.items()}[self._handle.balance_auto()]
+
+    def develop(self, raw, fmt, method="edge", output="BGR8", *, width=None, height=None, stride=None,
+                out=None) -> np.ndarray:
+        """Develops one frame; see :func:`velqora.develop`."""
+        code = _lookup(_DEVELOP_INPUTS, fmt, "input format", "")
+        m = _lookup(METHODS, method, "method", "")
+        wide = isinstance(output, str) and output in OUTPUT_FORMATS16
+        config = _lookup(OUTPUT_FORMATS16 if wide else OUTPUT_FORMATS, output, "output format",
+                         " (or a 16-bit one: " + ", ".join(OUTPUT_FORMATS16) + ")")
+        buf, h, w, row_bytes = _prepare_input(raw, code, width, height, stride)
+        dtype = np.uint16 if wide else np.uint8
+        shape = ((3, h, w) if config in (0x02300024, 0x82300024) else (h, w, 3)) if wide else _output_shape(config, h, w)
+        # The plain edge-directed conversion (neutral settings, 8-bit input) leaves the fourth byte alone.
+        four = not wide and len(shape) == 3 and shape[2] == 4
+        result = (np.zeros if four else np.empty)(shape, dtype) if out is None else _check_out(out, shape, dtype)
+        status = self._handle.develop(buf, h, w, row_bytes, code, m, config, wide, result, self.threads)
+        if status == -120:
+            raise Error(f"a {_CODE_NAMES[code]} frame: a black level is at or above the white level of its depth; "
+                        "lower black= or raise white=", status)
+        if status != 0:
+            raise _status_error(status, f"a {w} x {h} {_CODE_NAMES[code]} frame")
+        return result
+
+
+def develop(raw, fmt, method="edge", output="BGR8", *, black=None, white=None, balance=None, matrix=None,
+            transfer="linear", width=None, height=None, stride=None, out=None, threads: int = 1) -> np.ndarray:
+    """Develops one raw frame into a picture: black level, white level, white balance, the demosaic, a colour
+    matrix and a transfer curve in one pass, at the input's full depth (see :class:`Developer` for the
+    settings; ``balance="auto"`` balances this frame on its own, grey world).
+
+    raw, fmt, method, width, height, stride, out, threads: as for :func:`demosaic`; every input format of
+        :func:`demosaic` and :func:`demosaic16` is accepted, mono included (black, white and the curve apply;
+        gains and matrix do not).
+    output: an 8-bit format of :func:`demosaic` (uint8 result) or a 16-bit one of :func:`demosaic16`
+        (``"BGR16"``, ``"RGB16"``, ``"RGB16_Planar"``, ``"BGR16_Planar"``; uint16, 0 .. 65535).
+    With every setting neutral an 8-bit frame gives exactly :func:`demosaic`'s result.
+    """
+    with Developer(threads, black=black, white=white, balance="once" if balance == "auto" else balance,
+                   matrix=matrix, transfer=transfer) as dev:
+        return dev.develop(raw, fmt, method, output, width=width, height=height, stride=stride, out=out)
