@@ -11,12 +11,26 @@
 
 #include <string.h>
 
+#include <cmath>
 #include <string>
 
 GST_DEBUG_CATEGORY_STATIC(velqora_demosaic_debug);
 #define GST_CAT_DEFAULT velqora_demosaic_debug
 
-enum { PROP_0, PROP_METHOD, PROP_THREADS };
+enum {
+    PROP_0,
+    PROP_METHOD,
+    PROP_THREADS,
+    PROP_BLACK_LEVEL,
+    PROP_WHITE_LEVEL,
+    PROP_BALANCE_RATIO_RED,
+    PROP_BALANCE_RATIO_GREEN,
+    PROP_BALANCE_RATIO_BLUE,
+    PROP_BALANCE_WHITE_AUTO,
+    PROP_COLOR_TRANSFORMATION,
+    PROP_TRANSFER,
+    PROP_GAMMA,
+};
 
 #define DEFAULT_METHOD VQP_METHOD_EDGE
 #define DEFAULT_THREADS 0u
@@ -39,6 +53,87 @@ static GType gst_velqora_method_get_type(void) {
         g_once_init_leave(&type, t);
     }
     return type;
+}
+
+#define GST_TYPE_VELQORA_BALANCE_WHITE_AUTO (gst_velqora_balance_white_auto_get_type())
+static GType gst_velqora_balance_white_auto_get_type(void) {
+    static GType type = 0;
+    static const GEnumValue values[] = {
+        {VQP_BALANCE_WHITE_AUTO_OFF, "The balance ratios as set", "off"},
+        {VQP_BALANCE_WHITE_AUTO_ONCE, "Grey world on the next frame, then off with those ratios", "once"},
+        {VQP_BALANCE_WHITE_AUTO_CONTINUOUS, "Grey world, following the scene frame by frame", "continuous"},
+        {0, NULL, NULL},
+    };
+    if (g_once_init_enter(&type)) {
+        GType t = g_enum_register_static("GstVelqoraBalanceWhiteAuto", values);
+        g_once_init_leave(&type, t);
+    }
+    return type;
+}
+
+#define GST_TYPE_VELQORA_TRANSFER (gst_velqora_transfer_get_type())
+static GType gst_velqora_transfer_get_type(void) {
+    static GType type = 0;
+    static const GEnumValue values[] = {
+        {VQP_TRANSFER_LINEAR, "Linear: the balanced, transformed signal as it is", "linear"},
+        {VQP_TRANSFER_SRGB, "The sRGB curve (IEC 61966-2-1)", "srgb"},
+        {VQP_TRANSFER_GAMMA, "A gamma curve, encoded = linear^(1/gamma) (the gamma property)", "gamma"},
+        {0, NULL, NULL},
+    };
+    if (g_once_init_enter(&type)) {
+        GType t = g_enum_register_static("GstVelqoraTransfer", values);
+        g_once_init_leave(&type, t);
+    }
+    return type;
+}
+
+/* ---- Development settings ------------------------------------------------------------------------ */
+
+static bool develop_neutral(const GstVelqoraDemosaic *self) {
+    static const gfloat identity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    return self->black_level == 0 && self->white_level == 0 && self->balance_ratio[0] == 1 &&
+           self->balance_ratio[1] == 1 && self->balance_ratio[2] == 1 &&
+           self->balance_white_auto == VQP_BALANCE_WHITE_AUTO_OFF &&
+           memcmp(self->color_transformation, identity, sizeof identity) == 0 && self->transfer == VQP_TRANSFER_LINEAR;
+}
+
+/* Hands changed settings to the library; called with the object lock held. False (and an error posted)
+ * when the library refuses a value. */
+static bool develop_apply(GstVelqoraDemosaic *self) {
+    if (!self->develop_dirty)
+        return true;
+    ProcessingHandle *h = self->handle;
+    const gfloat black[4] = {self->black_level, self->black_level, self->black_level, self->black_level};
+    int32_t status = vqpSetWhiteLevel(h, 0);
+    if (status == VQP_OK) status = vqpSetBlackLevel(h, black);
+    if (status == VQP_OK) status = vqpSetWhiteLevel(h, self->white_level);
+    if (status == VQP_OK && self->balance_white_auto == VQP_BALANCE_WHITE_AUTO_OFF)
+        status = vqpSetBalanceRatio(h, self->balance_ratio);
+    if (status == VQP_OK) status = vqpSetBalanceWhiteAuto(h, self->balance_white_auto);
+    if (status == VQP_OK) status = vqpSetColorTransformation(h, self->color_transformation);
+    if (status == VQP_OK) status = vqpSetTransfer(h, self->transfer, self->gamma);
+    if (status != VQP_OK) {
+        GST_ELEMENT_ERROR(self, LIBRARY, SETTINGS, ("%s: %s", vqpStatusName(status), vqpStatusMessage(status)),
+                          ("black-level %g, white-level %g (the black level must lie below the white level)",
+                           self->black_level, self->white_level));
+        return false;
+    }
+    self->develop_dirty = FALSE;
+    return true;
+}
+
+/* "a,b,c,d,e,f,g,h,i" into nine numbers; false when it is not nine finite numbers. */
+static bool parse_matrix(const gchar *text, gfloat m[9]) {
+    gchar **items = g_strsplit(text, ",", -1);
+    bool ok = g_strv_length(items) == 9;
+    for (guint i = 0; ok && i < 9; i++) {
+        gchar *end = NULL;
+        const gdouble v = g_ascii_strtod(items[i], &end);
+        ok = end != items[i] && *g_strchug(end) == '\0' && std::isfinite(v);
+        m[i] = (gfloat)v;
+    }
+    g_strfreev(items);
+    return ok;
 }
 
 /* ---- Caps ---------------------------------------------------------------------------------------- */
@@ -381,18 +476,44 @@ static GstFlowReturn gst_velqora_demosaic_transform(GstBaseTransform *bt, GstBuf
 
     GST_OBJECT_LOCK(self);
     const guint method = self->method, threads = self->threads;
+    const bool develop = !develop_neutral(self);
+    const bool applied = !develop || develop_apply(self);
     GST_OBJECT_UNLOCK(self);
+    if (!applied) {
+        gst_video_frame_unmap(&frame);
+        gst_buffer_unmap(inbuf, &inMap);
+        return GST_FLOW_ERROR;
+    }
+    /* Development reads every layout at full depth where it lies and never writes its input. */
+    const ImageFrame raw = {h, w, f->code16 ? f->code16 : f->code, (void *)src, (int32_t)stride};
 
     GstFlowReturn ret = GST_FLOW_OK;
     if (!direct && !ensure_work(&self->out_work, &self->out_work_size, outBytes)) {
         GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT, ("no memory for a %dx%d frame", w, h), (NULL));
         ret = GST_FLOW_ERROR;
     } else {
-        if (direct && of->pixelBytes == 4 && method == VQP_METHOD_EDGE)
+        if (direct && of->pixelBytes == 4 && method == VQP_METHOD_EDGE && !develop)
             clear_padding_once(outbuf, dst, outBytes);
         ImageFrame out = {0, 0, 0, direct ? dst : self->out_work, 0};
-        int32_t status = of->fullDepth ? vqpDemosaicing16(self->handle, &in, method, &out, threads)
-                                       : vqpDemosaicingParallel(self->handle, &in, method, &out, threads);
+        int32_t status;
+        if (develop) {
+            status = of->fullDepth ? vqpDevelop16(self->handle, &raw, method, &out, threads)
+                                   : vqpDevelop(self->handle, &raw, method, &out, threads);
+            /* The gains in use (found automatically, too) and the mode (ONCE is over) read back. */
+            gfloat gains[3];
+            guint mode = VQP_BALANCE_WHITE_AUTO_OFF;
+            vqpGetBalanceRatio(self->handle, gains);
+            vqpGetBalanceWhiteAuto(self->handle, &mode);
+            GST_OBJECT_LOCK(self);
+            if (!self->develop_dirty) {
+                memcpy(self->balance_ratio, gains, sizeof gains);
+                self->balance_white_auto = mode;
+            }
+            GST_OBJECT_UNLOCK(self);
+        } else {
+            status = of->fullDepth ? vqpDemosaicing16(self->handle, &in, method, &out, threads)
+                                   : vqpDemosaicingParallel(self->handle, &in, method, &out, threads);
+        }
         if (status != VQP_OK) {
             GST_ELEMENT_ERROR(self, LIBRARY, FAILED,
                               ("%s: %s", vqpStatusName(status), vqpStatusMessage(status)),
@@ -421,6 +542,9 @@ static GstFlowReturn gst_velqora_demosaic_transform(GstBaseTransform *bt, GstBuf
 static gboolean gst_velqora_demosaic_start(GstBaseTransform *bt) {
     GstVelqoraDemosaic *self = GST_VELQORA_DEMOSAIC(bt);
     int32_t status = vqpCreate(&self->handle);
+    GST_OBJECT_LOCK(self);
+    self->develop_dirty = TRUE;
+    GST_OBJECT_UNLOCK(self);
     if (status != VQP_OK) {
         GST_ELEMENT_ERROR(self, LIBRARY, INIT, ("%s: %s", vqpStatusName(status), vqpStatusMessage(status)), (NULL));
         return FALSE;
@@ -445,8 +569,32 @@ static void gst_velqora_demosaic_set_property(GObject *object, guint id, const G
     switch (id) {
     case PROP_METHOD: self->method = g_value_get_enum(value); break;
     case PROP_THREADS: self->threads = g_value_get_uint(value); break;
+    case PROP_BLACK_LEVEL: self->black_level = g_value_get_float(value); break;
+    case PROP_WHITE_LEVEL: self->white_level = g_value_get_float(value); break;
+    case PROP_BALANCE_RATIO_RED:
+    case PROP_BALANCE_RATIO_GREEN:
+    case PROP_BALANCE_RATIO_BLUE:
+        /* As on a camera: setting a ratio turns automatic balance off. */
+        self->balance_ratio[id - PROP_BALANCE_RATIO_RED] = g_value_get_float(value);
+        self->balance_white_auto = VQP_BALANCE_WHITE_AUTO_OFF;
+        break;
+    case PROP_BALANCE_WHITE_AUTO: self->balance_white_auto = g_value_get_enum(value); break;
+    case PROP_COLOR_TRANSFORMATION: {
+        const gchar *text = g_value_get_string(value);
+        gfloat m[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+        if (text != NULL && *text != '\0' && !parse_matrix(text, m)) {
+            GST_WARNING_OBJECT(self, "color-transformation '%s' is not nine numbers: kept as it was", text);
+            break;
+        }
+        memcpy(self->color_transformation, m, sizeof m);
+        break;
+    }
+    case PROP_TRANSFER: self->transfer = g_value_get_enum(value); break;
+    case PROP_GAMMA: self->gamma = g_value_get_float(value); break;
     default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec); break;
     }
+    if (id >= PROP_BLACK_LEVEL)
+        self->develop_dirty = TRUE;
     GST_OBJECT_UNLOCK(self);
 }
 
@@ -456,6 +604,24 @@ static void gst_velqora_demosaic_get_property(GObject *object, guint id, GValue 
     switch (id) {
     case PROP_METHOD: g_value_set_enum(value, self->method); break;
     case PROP_THREADS: g_value_set_uint(value, self->threads); break;
+    case PROP_BLACK_LEVEL: g_value_set_float(value, self->black_level); break;
+    case PROP_WHITE_LEVEL: g_value_set_float(value, self->white_level); break;
+    case PROP_BALANCE_RATIO_RED:
+    case PROP_BALANCE_RATIO_GREEN:
+    case PROP_BALANCE_RATIO_BLUE: g_value_set_float(value, self->balance_ratio[id - PROP_BALANCE_RATIO_RED]); break;
+    case PROP_BALANCE_WHITE_AUTO: g_value_set_enum(value, self->balance_white_auto); break;
+    case PROP_COLOR_TRANSFORMATION: {
+        GString *text = g_string_new(NULL);
+        for (int i = 0; i < 9; i++) {
+            gchar number[G_ASCII_DTOSTR_BUF_SIZE];
+            g_string_append_printf(text, "%s%s", i ? "," : "",
+                                   g_ascii_dtostr(number, sizeof number, self->color_transformation[i]));
+        }
+        g_value_take_string(value, g_string_free(text, FALSE));
+        break;
+    }
+    case PROP_TRANSFER: g_value_set_enum(value, self->transfer); break;
+    case PROP_GAMMA: g_value_set_float(value, self->gamma); break;
     default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec); break;
     }
     GST_OBJECT_UNLOCK(self);
@@ -479,6 +645,48 @@ static void gst_velqora_demosaic_class_init(GstVelqoraDemosaicClass *klass) {
                           MAX_THREADS, DEFAULT_THREADS,
                           (GParamFlags)(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_PLAYING)));
 
+    /* Development: with every one of these at its default the element converts as it always has. */
+    const GParamFlags flags = (GParamFlags)(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_PLAYING);
+    g_object_class_install_property(
+        gobject_class, PROP_BLACK_LEVEL,
+        g_param_spec_float("black-level", "Black level",
+                           "The sample value where no light falls, in the input's own units (0 .. 4095 for 12 bits)",
+                           0, 65535, 0, flags));
+    g_object_class_install_property(
+        gobject_class, PROP_WHITE_LEVEL,
+        g_param_spec_float("white-level", "White level",
+                           "The sample value that is full scale (0: the input depth's maximum)", 0, 65535, 0, flags));
+    const char *colours[3] = {"red", "green", "blue"};
+    for (int c = 0; c < 3; c++) {
+        const std::string name = std::string("balance-ratio-") + colours[c];
+        const std::string blurb = std::string("White-balance gain of ") + colours[c] +
+                                  " (reads back the gain found while balance-white-auto runs; setting it turns that off)";
+        g_object_class_install_property(
+            gobject_class, PROP_BALANCE_RATIO_RED + c,
+            g_param_spec_float(g_intern_string(name.c_str()), g_intern_string(name.c_str()),
+                               g_intern_string(blurb.c_str()), 0, 64, 1,
+                               (GParamFlags)(G_PARAM_READWRITE | GST_PARAM_MUTABLE_PLAYING)));
+    }
+    g_object_class_install_property(
+        gobject_class, PROP_BALANCE_WHITE_AUTO,
+        g_param_spec_enum("balance-white-auto", "Balance white auto",
+                          "Automatic white balance (grey world); once returns to off after a frame",
+                          GST_TYPE_VELQORA_BALANCE_WHITE_AUTO, VQP_BALANCE_WHITE_AUTO_OFF, flags));
+    g_object_class_install_property(
+        gobject_class, PROP_COLOR_TRANSFORMATION,
+        g_param_spec_string("color-transformation", "Color transformation",
+                            "Row-major 3x3 matrix from balanced camera R,G,B to output R,G,B, nine numbers "
+                            "separated by commas (empty: the identity)",
+                            "1,0,0,0,1,0,0,0,1", flags));
+    g_object_class_install_property(
+        gobject_class, PROP_TRANSFER,
+        g_param_spec_enum("transfer", "Transfer", "Transfer curve applied last", GST_TYPE_VELQORA_TRANSFER,
+                          VQP_TRANSFER_LINEAR, flags));
+    g_object_class_install_property(
+        gobject_class, PROP_GAMMA,
+        g_param_spec_float("gamma", "Gamma", "The gamma of transfer=gamma (encoded = linear^(1/gamma))", 0.1f, 10,
+                           2.2f, flags));
+
     GstCaps *sink = template_caps(true), *src = template_caps(false);
     gst_element_class_add_pad_template(element_class, gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS, sink));
     gst_element_class_add_pad_template(element_class, gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, src));
@@ -489,6 +697,8 @@ static void gst_velqora_demosaic_class_init(GstVelqoraDemosaicClass *klass) {
         "Demosaics raw Bayer frames (8 to 16 bits, unpacked or GigE Vision packed) to colour or grey video",
         "Velqora developers");
     gst_type_mark_as_plugin_api(GST_TYPE_VELQORA_METHOD, (GstPluginAPIFlags)0);
+    gst_type_mark_as_plugin_api(GST_TYPE_VELQORA_BALANCE_WHITE_AUTO, (GstPluginAPIFlags)0);
+    gst_type_mark_as_plugin_api(GST_TYPE_VELQORA_TRANSFER, (GstPluginAPIFlags)0);
 
     bt_class->transform_caps = gst_velqora_demosaic_transform_caps;
     bt_class->accept_caps = gst_velqora_demosaic_accept_caps;
@@ -507,6 +717,15 @@ static void gst_velqora_demosaic_class_init(GstVelqoraDemosaicClass *klass) {
 static void gst_velqora_demosaic_init(GstVelqoraDemosaic *self) {
     self->method = DEFAULT_METHOD;
     self->threads = DEFAULT_THREADS;
+    self->black_level = self->white_level = 0;
+    for (int c = 0; c < 3; c++)
+        self->balance_ratio[c] = 1;
+    self->balance_white_auto = VQP_BALANCE_WHITE_AUTO_OFF;
+    for (int i = 0; i < 9; i++)
+        self->color_transformation[i] = i % 4 == 0 ? 1 : 0;
+    self->transfer = VQP_TRANSFER_LINEAR;
+    self->gamma = 2.2f;
+    self->develop_dirty = TRUE;
 }
 
 static gboolean plugin_init(GstPlugin *plugin) {

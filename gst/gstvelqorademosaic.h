@@ -22,6 +22,16 @@ struct _GstVelqoraDemosaic {
     /* Properties, read once a frame under the object lock. */
     guint method;
     guint threads;
+    /* Development (raw to picture), in GenICam's words. balance_ratio reads back the gains found while
+     * automatic balance runs, balance_white_auto its return to off after a ONCE frame. */
+    gfloat black_level;
+    gfloat white_level;
+    gfloat balance_ratio[3];
+    guint balance_white_auto;
+    gfloat color_transformation[9];
+    guint transfer;
+    gfloat gamma;
+    gboolean develop_dirty; /* settings changed since they were last handed to the library */
 
     /* Negotiated. */
     const VqgSinkFormat *in_format;

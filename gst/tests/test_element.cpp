@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -201,6 +202,72 @@ TEST(Element, OneColourMosaicsByHand) {
             pipe.push(fr, method);
             EXPECT_TRUE(pipe.pull() == want) << c.format << " method " << method;
         }
+}
+
+// Development properties: each frame equals vqpDevelop (vqpDevelop16 for RGBA64_LE) with the same
+// settings on a handle that developed the same frames before it; the gains found while automatic balance
+// runs read back from the properties, and ONCE reads back off after its frame.
+TEST(Element, DevelopmentEqualsTheLibrary) {
+    const float matrix[9] = {1.6f, -0.4f, -0.2f, -0.3f, 1.5f, -0.2f, 0.1f, -0.5f, 1.4f};
+    const struct { const char *out, *format; guint mode; guint transfer; bool padded; } cases[] = {
+        {"BGRx", "bggr12packed", VQP_BALANCE_WHITE_AUTO_CONTINUOUS, VQP_TRANSFER_SRGB, false},
+        {"RGB", "grbg10le", VQP_BALANCE_WHITE_AUTO_ONCE, VQP_TRANSFER_GAMMA, true},
+        {"RGBA64_LE", "rggb16le", VQP_BALANCE_WHITE_AUTO_CONTINUOUS, VQP_TRANSFER_SRGB, true},
+        {"GRAY8", "gbrg", VQP_BALANCE_WHITE_AUTO_OFF, VQP_TRANSFER_LINEAR, false}};
+    std::mt19937 rng(29);
+    for (const auto &c : cases) {
+        const VqgSinkFormat &f = *vqg_find_sink_format(c.format);
+        const VqgSrcFormat &o = *std::find_if(vqg_src_formats, vqg_src_formats + vqg_n_src_formats,
+                                              [&](const VqgSrcFormat &s) { return !strcmp(gst_video_format_to_string(s.format), c.out); });
+        Pipeline pipe(c.out);
+        g_object_set(pipe.child("d"), "black-level", 40.0f, "balance-ratio-red", 1.7f, "balance-ratio-blue", 1.3f,
+                     "color-transformation", "1.6,-0.4,-0.2,-0.3,1.5,-0.2,0.1,-0.5,1.4", "transfer", c.transfer,
+                     "gamma", 2.4f, "balance-white-auto", c.mode, NULL);
+        ProcessingHandle *handle = nullptr;
+        ASSERT_EQ(vqpCreate(&handle), VQP_OK);
+        const float black[4] = {40, 40, 40, 40}, gains[3] = {1.7f, 1, 1.3f};
+        uint64_t config = o.code;
+        vqpSetBlackLevel(handle, black);
+        vqpSetBalanceRatio(handle, gains);
+        vqpSetBalanceWhiteAuto(handle, c.mode);
+        vqpSetColorTransformation(handle, matrix);
+        vqpSetTransfer(handle, c.transfer, 2.4f);
+        o.fullDepth ? vqpDemosaicSetConfig16(handle, &config) : vqpDemosaicSetConfig(handle, &config);
+        for (int frame = 0; frame < 3; frame++) {
+            SCOPED_TRACE(::testing::Message() << c.format << " to " << c.out << " frame " << frame);
+            Frame fr = randomFrame(f, 40 + frame, 33, c.padded, rng);
+            pipe.push(fr, VQP_METHOD_EDGE, 2);
+            const std::vector<uint8_t> got = pipe.pull();
+            std::vector<uint8_t> want(vqpOutputSize(fr.height, fr.width, o.code));
+            ImageFrame in{fr.height, fr.width, f.code16 ? f.code16 : f.code, fr.bytes.data() + fr.offset,
+                          fr.stride ? fr.stride : (int)vqg_natural_stride(&f, fr.width)};
+            ImageFrame to{0, 0, 0, want.data(), 0};
+            ASSERT_EQ(o.fullDepth ? vqpDevelop16(handle, &in, VQP_METHOD_EDGE, &to, 1)
+                                  : vqpDevelop(handle, &in, VQP_METHOD_EDGE, &to, 1), VQP_OK);
+            if (o.fullDepth) {
+                std::vector<uint8_t> rgba;
+                for (size_t i = 0; i < want.size(); i += 6)
+                    rgba.insert(rgba.end(), {want[i], want[i + 1], want[i + 2], want[i + 3], want[i + 4], want[i + 5], 0xFF, 0xFF});
+                want = rgba;
+            }
+            ASSERT_TRUE(got == want) << pipe.error(0);
+            float found[3], red = 0, green = 0, blue = 0;
+            guint mode = 9, libraryMode = 8;
+            vqpGetBalanceRatio(handle, found);
+            vqpGetBalanceWhiteAuto(handle, &libraryMode);
+            g_object_get(pipe.child("d"), "balance-ratio-red", &red, "balance-ratio-green", &green, "balance-ratio-blue",
+                         &blue, "balance-white-auto", &mode, NULL);
+            EXPECT_EQ(red, found[0]);
+            EXPECT_EQ(green, found[1]);
+            EXPECT_EQ(blue, found[2]);
+            EXPECT_EQ(mode, libraryMode);
+            if (c.mode == VQP_BALANCE_WHITE_AUTO_ONCE) {
+                EXPECT_EQ(mode, (guint)VQP_BALANCE_WHITE_AUTO_OFF);
+            }
+        }
+        vqpRelease(&handle);
+        EXPECT_EQ(pipe.error(0), "");
+    }
 }
 
 // What a broken upstream can send: the frame is refused, without a crash, by an error that names what
