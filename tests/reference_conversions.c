@@ -6,7 +6,8 @@
  * entry: "demosaic" (vqpDemosaicing), "parallel" (vqpDemosaicingParallel), "full16" (vqpDemosaicing16,
  * outputFormat its 16-bit configuration), "bilinear16", "bilinear16p" (vqpDemosaicingBilinearU16Parallel
  * and its planar form, planes B, G, R one after the other), "edge16" (vqpDemosaicingEdgeU16Parallel, the
- * phase as inputFormat). version.txt holds vqpVersionString(). The frames are the same on every platform,
+ * phase as inputFormat), "develop" and "develop16" (vqpDevelop into outputFormat, vqpDevelop16 into its
+ * 16-bit configuration, with the settings of developSettings()). version.txt holds vqpVersionString(). The frames are the same on every platform,
  * so the Linux library and velqora.dll must leave byte-for-byte the same directories; the C# tests read
  * them as their references.
  *
@@ -42,7 +43,16 @@ static void save(const void *bytes, size_t n, const char *name, ...) {
     if (!f || fwrite(bytes, 1, n, f) != n || fclose(f) != 0) fail(path);
 }
 
-enum entry { DEMOSAIC, FULL16, BILINEAR16, BILINEAR16P, EDGE16 };
+enum entry { DEMOSAIC, FULL16, DEVELOP, DEVELOP16, BILINEAR16, BILINEAR16P, EDGE16 };
+
+/* The settings of every development case: per-site black, gains, a full matrix, sRGB. */
+static void developSettings(ProcessingHandle *h) {
+    static const float black[4] = {64, 70, 70, 80}, gains[3] = {1.8f, 1.0f, 1.4f};
+    static const float matrix[9] = {1.6f, -0.4f, -0.2f, -0.3f, 1.5f, -0.2f, 0.1f, -0.5f, 1.4f};
+    if (vqpSetBlackLevel(h, black) != VQP_OK || vqpSetBalanceRatio(h, gains) != VQP_OK ||
+        vqpSetColorTransformation(h, matrix) != VQP_OK || vqpSetTransfer(h, VQP_TRANSFER_SRGB, 0) != VQP_OK)
+        fail("development settings refused");
+}
 
 /* One frame of random bytes through `entry` (DEMOSAIC: vqpDemosaicingParallel unless `threads` is 0). A
  * stride of 0 or below: rows of the bytes the samples take (the PFNC code's bit count says 8, 16 or packed
@@ -50,7 +60,8 @@ enum entry { DEMOSAIC, FULL16, BILINEAR16, BILINEAR16P, EDGE16 };
  * everywhere we run). */
 static void convert(ProcessingHandle *h, enum entry entry, uint32_t format, int32_t height, int32_t width,
                     int32_t stride, uint32_t method, uint64_t config, uint32_t threads) {
-    static const char *const names[] = {"demosaic", "full16", "bilinear16", "bilinear16p", "edge16"};
+    static const char *const names[] = {"demosaic", "full16", "develop", "develop16", "bilinear16", "bilinear16p",
+                                        "edge16"};
     unsigned bits = (format >> 16) & 0xFF;
     if (stride <= 0) stride = (bits == 8 ? width : bits == 16 ? 2 * width : (3 * width + 1) / 2) - stride;
     size_t n = (size_t)height * (size_t)width, inBytes = (size_t)stride * (size_t)height;
@@ -65,14 +76,16 @@ static void convert(ProcessingHandle *h, enum entry entry, uint32_t format, int3
     }
     save(in, inBytes, "%u.in", cases); /* before the call: padded 8-bit rows are compacted in place */
     memset(out, 0xA5, outBytes);
-    if (entry <= FULL16 &&
-        (entry == FULL16 ? vqpDemosaicSetConfig16(h, &config) : vqpDemosaicSetConfig(h, &config)) != VQP_OK)
+    const int wide = entry == FULL16 || entry == DEVELOP16;
+    if (entry <= DEVELOP16 && (wide ? vqpDemosaicSetConfig16(h, &config) : vqpDemosaicSetConfig(h, &config)) != VQP_OK)
         fail("output format refused");
     ImageFrame fin = {height, width, format, in, stride}, fout = {0, 0, 0, out, 0};
     uint16_t *in16 = (uint16_t *)in, *out16 = (uint16_t *)out;
     uint32_t uh = (uint32_t)height, uw = (uint32_t)width;
     int32_t status =
         entry == FULL16        ? vqpDemosaicing16(h, &fin, method, &fout, threads)
+        : entry == DEVELOP     ? vqpDevelop(h, &fin, method, &fout, threads)
+        : entry == DEVELOP16   ? vqpDevelop16(h, &fin, method, &fout, threads)
         : entry == BILINEAR16  ? vqpDemosaicingBilinearU16Parallel(h, in16, uh, uw, out16, threads)
         : entry == BILINEAR16P ? vqpDemosaicingBilinearU16PParallel(h, in16, uh, uw, out16, out16 + n, out16 + 2 * n,
                                                                     threads)
@@ -156,6 +169,15 @@ int main(int argc, char **argv) {
     convert(h, FULL16, VQP_PIXEL_FORMAT_BAYER_BG12_PACKED, 11, 71, 120, VQP_METHOD_BILINEAR, VQP_PIXEL_FORMAT_RGB16, 1);
     convert(h, FULL16, VQP_PIXEL_FORMAT_BAYER_RG12, 140, 256, 0, VQP_METHOD_EDGE, VQP_PIXEL_FORMAT_RGB16_PLANAR, 3);
     convert(h, FULL16, VQP_PIXEL_FORMAT_BAYER_RG8, 8, 40, 0, VQP_METHOD_EDGE, VQP_PIXEL_FORMAT_BGR16, 1);
+    /* Development: packed, padded 8-bit, mono, a threaded frame; 8 and 16-bit output. */
+    developSettings(h);
+    convert(h, DEVELOP, VQP_PIXEL_FORMAT_BAYER_RG12_PACKED, 21, 198, 0, VQP_METHOD_EDGE, VQP_PIXEL_FORMAT_BGR8, 1);
+    convert(h, DEVELOP, VQP_PIXEL_FORMAT_BAYER_GB8, 17, 134, -6, VQP_METHOD_BILINEAR, VQP_PIXEL_FORMAT_RGBA8, 1);
+    convert(h, DEVELOP, VQP_PIXEL_FORMAT_MONO12, 18, 150, 0, VQP_METHOD_NEAREST, VQP_PIXEL_FORMAT_MONO8, 1);
+    convert(h, DEVELOP, VQP_PIXEL_FORMAT_BAYER_BG16, 300, 256, 0, VQP_METHOD_BILINEAR, VQP_PIXEL_FORMAT_BGR8_PLANAR, 3);
+    convert(h, DEVELOP16, VQP_PIXEL_FORMAT_BAYER_GR10, 21, 198, 0, VQP_METHOD_EDGE, VQP_PIXEL_FORMAT_RGB16, 1);
+    convert(h, DEVELOP16, VQP_PIXEL_FORMAT_MONO10_PACKED, 13, 71, 0, VQP_METHOD_NEAREST, VQP_PIXEL_FORMAT_BGR16_PLANAR,
+            1);
 
     vqpRelease(&h);
     if (fclose(manifest) != 0) fail("manifest.txt");

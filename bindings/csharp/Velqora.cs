@@ -78,6 +78,22 @@ namespace Velqora
         Edge = 2,
     }
 
+    /// <summary>Automatic white balance (GenICam's BalanceWhiteAuto).</summary>
+    public enum BalanceWhiteAuto : uint
+    {
+        Off = 0,
+        Once = 1,       // grey world on the next frame, then Off with those gains
+        Continuous = 2, // each frame uses the gains measured on the frames before it
+    }
+
+    /// <summary>The transfer curve applied last by Develop and Develop16.</summary>
+    public enum Transfer : uint
+    {
+        Linear = 0,
+        Srgb = 1,  // IEC 61966-2-1
+        Gamma = 2, // encoded = linear^(1/gamma)
+    }
+
     /// <summary>A status the library returned (or would return: the binding reports some before the call).</summary>
     public class VelqoraException : Exception
     {
@@ -86,6 +102,7 @@ namespace Velqora
         public const int BadDimensions = -104;
         public const int UnsupportedInputFormat = -102;
         public const int UnsupportedOutputFormat = -107;
+        public const int BadParameter = -120;
 
         /// <summary>The status code, as the C header defines it (VQP_ERR_...).</summary>
         public int Status { get; }
@@ -198,6 +215,99 @@ namespace Velqora
             handle.Dispose();
         }
 
+        // ---- Raw to picture: the settings of Develop and Develop16, kept by the handle. A refused value
+        // (NaN, infinity, a negative level or gain, black at or above white, a gamma outside (0, 10]) throws
+        // VelqoraException with BadParameter and changes nothing.
+
+        /// <summary>One black level for every site of the 2x2 pattern, in the input's sample units.</summary>
+        public void SetBlackLevel(float level) => SetBlackLevel(new[] { level, level, level, level });
+
+        /// <summary>Black levels of the sites (row 0 col 0, row 0 col 1, row 1 col 0, row 1 col 1).</summary>
+        public void SetBlackLevel(float[] levels)
+        {
+            if (levels == null) throw new ArgumentNullException(nameof(levels));
+            if (levels.Length != 4) throw new ArgumentException("four black levels, one a site", nameof(levels));
+            Check(Native.vqpSetBlackLevel(Handle(), levels), "vqpSetBlackLevel");
+        }
+
+        /// <summary>The sample value that is full scale; 0 (the default) means the input depth's maximum.</summary>
+        public void SetWhiteLevel(float white) => Check(Native.vqpSetWhiteLevel(Handle(), white), "vqpSetWhiteLevel");
+
+        /// <summary>Red, green and blue gains in use (GenICam's BalanceRatio): those set, or the last found
+        /// automatically. Setting them turns BalanceWhiteAuto off.</summary>
+        public float[] BalanceRatio
+        {
+            get
+            {
+                var ratio = new float[3];
+                Check(Native.vqpGetBalanceRatio(Handle(), ratio), "vqpGetBalanceRatio");
+                return ratio;
+            }
+            set
+            {
+                if (value == null) throw new ArgumentNullException(nameof(value));
+                if (value.Length != 3) throw new ArgumentException("three gains: red, green, blue", nameof(value));
+                Check(Native.vqpSetBalanceRatio(Handle(), value), "vqpSetBalanceRatio");
+            }
+        }
+
+        /// <summary>Automatic white balance; Once reads back Off after the frame it measured.</summary>
+        public BalanceWhiteAuto BalanceWhiteAuto
+        {
+            get
+            {
+                Check(Native.vqpGetBalanceWhiteAuto(Handle(), out uint mode), "vqpGetBalanceWhiteAuto");
+                return (BalanceWhiteAuto)mode;
+            }
+            set => Check(Native.vqpSetBalanceWhiteAuto(Handle(), (uint)value), "vqpSetBalanceWhiteAuto");
+        }
+
+        /// <summary>Row-major 3x3 matrix from balanced camera R, G, B to output R, G, B; null for the identity.</summary>
+        public void SetColorTransformation(float[] matrix)
+        {
+            if (matrix != null && matrix.Length != 9) throw new ArgumentException("nine numbers, row-major", nameof(matrix));
+            Check(Native.vqpSetColorTransformation(Handle(), matrix), "vqpSetColorTransformation");
+        }
+
+        /// <summary>The transfer curve; `gamma` is read for Transfer.Gamma only.</summary>
+        public void SetTransfer(Transfer curve, float gamma = 2.2f) =>
+            Check(Native.vqpSetTransfer(Handle(), (uint)curve, gamma), "vqpSetTransfer");
+
+        /// <summary>
+        /// Develops one frame (black level, white level, white balance, the demosaic, the colour matrix and
+        /// the transfer curve in one pass, at full depth) into OutputFormat. Every input format of Demosaic
+        /// and Demosaic16 is taken, mono included. Arguments as in Demosaic; the input is only read.
+        /// </summary>
+        public void Develop(byte[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
+                            DemosaicMethod method, byte[] output, int outputOffset, int threads = 1) =>
+            Arrays(false, input, inputOffset, 1, height, width, stride, inputFormat, method, output, outputOffset, threads, true);
+
+        /// <summary>As the byte[] form, from 16-bit samples; `inputOffset` counts samples, `stride` bytes.</summary>
+        public void Develop(ushort[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
+                            DemosaicMethod method, byte[] output, int outputOffset, int threads = 1) =>
+            Arrays(false, input, inputOffset, 2, height, width, stride, inputFormat, method, output, outputOffset, threads, true);
+
+        /// <summary>As the byte[] form, on native buffers of the given sizes in bytes.</summary>
+        public void Develop(IntPtr input, long inputBytes, int height, int width, int stride, PixelFormat inputFormat,
+                            DemosaicMethod method, IntPtr output, long outputBytes, int threads = 1) =>
+            Buffers(false, input, inputBytes, height, width, stride, inputFormat, method, output, outputBytes, threads, true);
+
+        /// <summary>Develops one frame into OutputFormat16, samples always 0 .. 65535 (FullRange16 changes
+        /// nothing here). Arguments as in Demosaic16.</summary>
+        public void Develop16(byte[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
+                              DemosaicMethod method, ushort[] output, int outputOffset, int threads = 1) =>
+            Arrays(true, input, inputOffset, 1, height, width, stride, inputFormat, method, output, outputOffset, threads, true);
+
+        /// <summary>As the byte[] form, from 16-bit samples.</summary>
+        public void Develop16(ushort[] input, int inputOffset, int height, int width, int stride, PixelFormat inputFormat,
+                              DemosaicMethod method, ushort[] output, int outputOffset, int threads = 1) =>
+            Arrays(true, input, inputOffset, 2, height, width, stride, inputFormat, method, output, outputOffset, threads, true);
+
+        /// <summary>As the byte[] form, on native buffers of the given sizes in bytes.</summary>
+        public void Develop16(IntPtr input, long inputBytes, int height, int width, int stride, PixelFormat inputFormat,
+                              DemosaicMethod method, IntPtr output, long outputBytes, int threads = 1) =>
+            Buffers(true, input, inputBytes, height, width, stride, inputFormat, method, output, outputBytes, threads, true);
+
         /// <summary>
         /// Converts one frame from a byte array into a byte array in OutputFormat. `stride` is the distance
         /// in bytes between rows of the input (rows of 8-bit samples, 16-bit samples or packed pairs); the
@@ -244,7 +354,8 @@ namespace Velqora
         // `sampleBytes` 2 for ushort[] input, 1 for byte[]. Both arrays and their offsets are checked before
         // either is pinned, so a refused argument leaves nothing pinned.
         private void Arrays(bool full, Array input, int inputOffset, int sampleBytes, int height, int width, int stride,
-                            PixelFormat inputFormat, DemosaicMethod method, Array output, int outputOffset, int threads)
+                            PixelFormat inputFormat, DemosaicMethod method, Array output, int outputOffset, int threads,
+                            bool develop = false)
         {
             if (input == null) throw new ArgumentNullException(nameof(input));
             if (output == null) throw new ArgumentNullException(nameof(output));
@@ -253,31 +364,32 @@ namespace Velqora
             if (sampleBytes == 2 && SampleBits(inputFormat) != 16)
                 throw new ArgumentException(inputFormat + " has no 16-bit samples: pass its bytes as byte[]", nameof(inputFormat));
             Run(full, Pinned.Of(input, inputOffset, sampleBytes), height, width, stride, inputFormat, method,
-                Pinned.Of(output, outputOffset, full ? 2 : 1), threads);
+                Pinned.Of(output, outputOffset, full ? 2 : 1), threads, develop);
         }
 
         // The native-buffer forms, `full` as for Arrays.
         private void Buffers(bool full, IntPtr input, long inputBytes, int height, int width, int stride,
-                             PixelFormat inputFormat, DemosaicMethod method, IntPtr output, long outputBytes, int threads)
+                             PixelFormat inputFormat, DemosaicMethod method, IntPtr output, long outputBytes, int threads,
+                             bool develop = false)
         {
             if (input == IntPtr.Zero) throw new ArgumentNullException(nameof(input));
             if (output == IntPtr.Zero) throw new ArgumentNullException(nameof(output));
             if (inputBytes < 0) throw new ArgumentOutOfRangeException(nameof(inputBytes));
             if (outputBytes < 0) throw new ArgumentOutOfRangeException(nameof(outputBytes));
             Run(full, new Pinned(input, inputBytes), height, width, stride, inputFormat, method,
-                new Pinned(output, outputBytes), threads);
+                new Pinned(output, outputBytes), threads, develop);
         }
 
         // The common path of both entry points: the checks the binding can make, then the library's own.
         // `full`: vqpDemosaicing16 into OutputFormat16; otherwise vqpDemosaicing into OutputFormat (or
-        // vqpDemosaicingParallel with threads other than 1).
+        // vqpDemosaicingParallel with threads other than 1); `develop`: vqpDevelop16 or vqpDevelop.
         private void Run(bool full, Pinned input, int height, int width, int stride, PixelFormat inputFormat,
-                         DemosaicMethod method, Pinned output, int threads)
+                         DemosaicMethod method, Pinned output, int threads, bool develop)
         {
             using (input)
             using (output)
             {
-                string name = full ? "vqpDemosaicing16" : "vqpDemosaicing";
+                string name = develop ? (full ? "vqpDevelop16" : "vqpDevelop") : full ? "vqpDemosaicing16" : "vqpDemosaicing";
                 if (threads < 0) throw new ArgumentOutOfRangeException(nameof(threads));
                 ProcessingHandle h = Handle();
                 // Sizes of 3 or less (and strides) are the library's to refuse, before it reads anything.
@@ -302,7 +414,7 @@ namespace Velqora
                 // The library compacts padded 8-bit rows in place; the caller's buffer is left as it was by
                 // handing it packed rows of a copy instead.
                 Pinned packed = default(Pinned);
-                if (!full && height > 3 && width > 3 && stride > width && SampleBits(inputFormat) == 8)
+                if (!full && !develop && height > 3 && width > 3 && stride > width && SampleBits(inputFormat) == 8)
                 {
                     var rows = new byte[(long)height * width];
                     for (int y = 0; y < height; ++y)
@@ -315,7 +427,9 @@ namespace Velqora
                     IntPtr data = packed.Address != IntPtr.Zero ? packed.Address : input.Address;
                     var fin = new ImageFrame { height = height, width = width, pixelFormat = (uint)inputFormat, data = data, stride = stride };
                     var fout = new ImageFrame { data = output.Address };
-                    Check(full ? Native.vqpDemosaicing16(h, ref fin, (uint)method, ref fout, (uint)threads)
+                    Check(develop ? (full ? Native.vqpDevelop16(h, ref fin, (uint)method, ref fout, (uint)threads)
+                                          : Native.vqpDevelop(h, ref fin, (uint)method, ref fout, (uint)threads))
+                          : full ? Native.vqpDemosaicing16(h, ref fin, (uint)method, ref fout, (uint)threads)
                           : threads == 1 ? Native.vqpDemosaicing(h, ref fin, (uint)method, ref fout)
                           : Native.vqpDemosaicingParallel(h, ref fin, (uint)method, ref fout, (uint)threads), name);
                 }
@@ -413,6 +527,29 @@ namespace Velqora
                                                     ref ImageFrame output, uint threads);
         [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
         internal static extern ulong vqpOutputSize(int height, int width, ulong pixelFormat);
+        // Development settings (float arrays are passed as pointers to their first element; null is null).
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int vqpSetBlackLevel(ProcessingHandle handle, float[] black);
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int vqpSetWhiteLevel(ProcessingHandle handle, float white);
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int vqpSetBalanceRatio(ProcessingHandle handle, float[] ratio);
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int vqpGetBalanceRatio(ProcessingHandle handle, [Out] float[] ratio);
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int vqpSetBalanceWhiteAuto(ProcessingHandle handle, uint mode);
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int vqpGetBalanceWhiteAuto(ProcessingHandle handle, out uint mode);
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int vqpSetColorTransformation(ProcessingHandle handle, float[] matrix);
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int vqpSetTransfer(ProcessingHandle handle, uint curve, float gamma);
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int vqpDevelop(ProcessingHandle handle, ref ImageFrame input, uint method,
+                                              ref ImageFrame output, uint threads);
+        [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
+        internal static extern int vqpDevelop16(ProcessingHandle handle, ref ImageFrame input, uint method,
+                                                ref ImageFrame output, uint threads);
         // Constant strings of the library: returned as pointers, never freed by the marshaller.
         [DllImport(Library, CallingConvention = CallingConvention.Cdecl)]
         internal static extern IntPtr vqpVersionString();

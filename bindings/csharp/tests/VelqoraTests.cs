@@ -64,7 +64,8 @@ internal static class VelqoraTests
         var m = (DemosaicMethod)uint.Parse(c[6]);
         int h = int.Parse(c[3]), w = int.Parse(c[4]), s = int.Parse(c[5]), t = c[1] == "demosaic" ? 1 : int.Parse(c[8]);
         ulong config = ulong.Parse(c[7]);
-        bool full = c[1] == "full16";
+        bool full = c[1] == "full16" || c[1] == "develop16", develop = c[1].StartsWith("develop");
+        if (develop) DevelopSettings(d);
         if (full)
         {
             d.OutputFormat16 = (PixelFormat)(uint)config;
@@ -78,7 +79,9 @@ internal static class VelqoraTests
         Buffer.BlockCopy(input, 0, bytes, 7, input.Length);
         Compare(c, reference, "byte[]", output(), o =>
         {
-            if (full) d.Demosaic16(bytes, 7, h, w, s, f, m, (ushort[])o, Guard / 2, t);
+            if (develop && full) d.Develop16(bytes, 7, h, w, s, f, m, (ushort[])o, Guard / 2, t);
+            else if (develop) d.Develop(bytes, 7, h, w, s, f, m, (byte[])o, Guard, t);
+            else if (full) d.Demosaic16(bytes, 7, h, w, s, f, m, (ushort[])o, Guard / 2, t);
             else d.Demosaic(bytes, 7, h, w, s, f, m, (byte[])o, Guard, t);
         });
         Expect(bytes.Skip(7).SequenceEqual(input), string.Join(" ", c) + ": the input was written");
@@ -89,7 +92,9 @@ internal static class VelqoraTests
             Buffer.BlockCopy(input, 0, samples, 6, input.Length);
             Compare(c, reference, "ushort[]", output(), o =>
             {
-                if (full) d.Demosaic16(samples, 3, h, w, s, f, m, (ushort[])o, Guard / 2, t);
+                if (develop && full) d.Develop16(samples, 3, h, w, s, f, m, (ushort[])o, Guard / 2, t);
+                else if (develop) d.Develop(samples, 3, h, w, s, f, m, (byte[])o, Guard, t);
+                else if (full) d.Demosaic16(samples, 3, h, w, s, f, m, (ushort[])o, Guard / 2, t);
                 else d.Demosaic(samples, 3, h, w, s, f, m, (byte[])o, Guard, t);
             });
         }
@@ -101,13 +106,68 @@ internal static class VelqoraTests
             Marshal.Copy((byte[])o, 0, dst, size);
             try
             {
-                if (full) d.Demosaic16(src, input.Length, h, w, s, f, m, dst + Guard, reference.Length, t);
+                if (develop && full) d.Develop16(src, input.Length, h, w, s, f, m, dst + Guard, reference.Length, t);
+                else if (develop) d.Develop(src, input.Length, h, w, s, f, m, dst + Guard, reference.Length, t);
+                else if (full) d.Demosaic16(src, input.Length, h, w, s, f, m, dst + Guard, reference.Length, t);
                 else d.Demosaic(src, input.Length, h, w, s, f, m, dst + Guard, reference.Length, t);
             }
             finally { Marshal.Copy(dst, (byte[])o, 0, size); }
         });
         Marshal.FreeHGlobal(src);
         Marshal.FreeHGlobal(dst);
+    }
+
+    // The settings tests/reference_conversions gives every development case.
+    private static void DevelopSettings(Demosaicer d)
+    {
+        d.SetBlackLevel(new float[] { 64, 70, 70, 80 });
+        d.BalanceRatio = new float[] { 1.8f, 1.0f, 1.4f };
+        d.SetColorTransformation(new float[] { 1.6f, -0.4f, -0.2f, -0.3f, 1.5f, -0.2f, 0.1f, -0.5f, 1.4f });
+        d.SetTransfer(Transfer.Srgb);
+    }
+
+    // The settings: refused values throw BadParameter and change nothing; the getters read back; automatic
+    // balance finds the inverse of a tint and Once returns to Off.
+    private static void Settings()
+    {
+        using (var d = new Demosaicer())
+        {
+            DevelopSettings(d);
+            const int bad = VelqoraException.BadParameter;
+            const string name = "VQP_ERR_BAD_PARAMETER";
+            Throws<VelqoraException>("black NaN", () => d.SetBlackLevel(float.NaN), bad, name);
+            Throws<VelqoraException>("black -1", () => d.SetBlackLevel(new float[] { 0, 0, -1, 0 }), bad, name);
+            Throws<VelqoraException>("white below black", () => d.SetWhiteLevel(50), bad, name);
+            Throws<VelqoraException>("gain infinite", () => d.BalanceRatio = new[] { 1, float.PositiveInfinity, 1 }, bad, name);
+            Throws<VelqoraException>("gamma 0", () => d.SetTransfer(Transfer.Gamma, 0), bad, name);
+            Throws<VelqoraException>("mode 7", () => d.BalanceWhiteAuto = (BalanceWhiteAuto)7, bad, name);
+            Throws<ArgumentException>("three black levels", () => d.SetBlackLevel(new float[3]));
+            Throws<ArgumentException>("eight matrix entries", () => d.SetColorTransformation(new float[8]));
+            Throws<ArgumentNullException>("null gains", () => d.BalanceRatio = null);
+            Expect(d.BalanceRatio.SequenceEqual(new[] { 1.8f, 1.0f, 1.4f }), "gains kept after refusals");
+            Expect(d.BalanceWhiteAuto == BalanceWhiteAuto.Off, "balance off after setting gains");
+
+            // A grey scene through a tint of (0.5, 0.9, 0.3): Once finds about (1.8, 1, 3), then reads back Off.
+            const int h = 64, w = 96;
+            var raw = new ushort[h * w];
+            var rng = new Random(5);
+            for (int y = 0; y < h; y += 2)
+                for (int x = 0; x < w; x += 2)
+                {
+                    double grey = 0.1 + 0.6 * rng.NextDouble();
+                    raw[y * w + x] = (ushort)(grey * 0.5 * 4095);
+                    raw[y * w + x + 1] = raw[(y + 1) * w + x] = (ushort)(grey * 0.9 * 4095);
+                    raw[(y + 1) * w + x + 1] = (ushort)(grey * 0.3 * 4095);
+                }
+            d.SetBlackLevel(0);
+            d.SetColorTransformation(null);
+            d.BalanceWhiteAuto = BalanceWhiteAuto.Once;
+            var rgb16 = new ushort[h * w * 3];
+            d.Develop16(raw, 0, h, w, 2 * w, PixelFormat.BayerRG12, DemosaicMethod.Bilinear, rgb16, 0);
+            float[] g = d.BalanceRatio;
+            Expect(Math.Abs(g[0] - 1.8) < 0.02 && g[1] == 1 && Math.Abs(g[2] - 3.0) < 0.03, "Once gains " + string.Join(",", g));
+            Expect(d.BalanceWhiteAuto == BalanceWhiteAuto.Off, "Once returns to Off");
+        }
     }
 
     private static void Errors(Demosaicer d)
@@ -234,12 +294,14 @@ internal static class VelqoraTests
         {
             // The other 16-bit entry points have no wrapper.
             var cases = File.ReadAllLines(Path.Combine(dir, "manifest.txt")).Select(l => l.Split(' '))
-                            .Where(c => c[1] == "demosaic" || c[1] == "parallel" || c[1] == "full16").ToList();
+                            .Where(c => c[1] == "demosaic" || c[1] == "parallel" || c[1] == "full16" ||
+                                        c[1] == "develop" || c[1] == "develop16").ToList();
             Expect(cases.Count > 220, "the references hold " + cases.Count + " conversions");
             foreach (string[] c in cases) Conversion(d, dir, c);
             Errors(d);
         }
         Lifetime();
+        Settings();
 
         Console.WriteLine(passed + " passed, " + failed + " failed");
         return failed == 0 ? 0 : 1;
