@@ -488,4 +488,46 @@ TEST_F(LevelCheck, FullDepthInputAtEveryWidth) {
         }
 }
 
+// Development's colour matrix runs in vector lanes of single precision: every width, every phase of the
+// lanes, values from black to full scale, an ordinary camera matrix and one whose huge entries overflow
+// (infinities and NaNs, which the clamp takes to 0 and 65535), into 8 and 16-bit output.
+TEST_F(LevelCheck, DevelopmentAtEveryWidth) {
+    std::mt19937 rng(kSeed + 29);
+    const float camera[9] = {1.72f, -0.55f, -0.17f, -0.21f, 1.48f, -0.27f, 0.04f, -0.51f, 1.47f};
+    const float huge[9] = {3e38f, 3e38f, -3e38f, 0.5f, -1e30f, 1e30f, -2.0f, 7.5f, 0.25f};
+    for (int w = 4; w <= 70; ++w)
+        for (const float *matrix : {camera, huge}) {
+            const int h = 6;
+            std::vector<uint8_t> raw(size_t(2 * w * h));
+            for (size_t i = 0; i < raw.size(); i += 2) {
+                const uint16_t v = uint16_t(i % 14 == 0 ? 4095 : i % 10 == 0 ? 0 : rng() & 4095);
+                std::memcpy(&raw[i], &v, 2);
+            }
+            for (const uint64_t config : {uint64_t{VQP_PIXEL_FORMAT_BGR8}, uint64_t{VQP_PIXEL_FORMAT_RGB16_PLANAR}})
+                ASSERT_TRUE(same("development " + std::to_string(h) + "x" + std::to_string(w) + " layout " +
+                                     std::to_string(config) + (matrix == huge ? ", huge matrix" : ""),
+                                 [&] {
+                                     PageEnd in(raw.size());
+                                     std::memcpy(in.data(), raw.data(), raw.size());
+                                     Guarded out(6 * size_t(w) * h);
+                                     ProcessingHandle *handle = nullptr;
+                                     vqpCreate(&handle);
+                                     const float gains[3] = {1.9f, 1.0f, 1.6f};
+                                     vqpSetBalanceRatio(handle, gains);
+                                     vqpSetColorTransformation(handle, matrix);
+                                     vqpSetTransfer(handle, VQP_TRANSFER_SRGB, 0);
+                                     const bool wide = config != VQP_PIXEL_FORMAT_BGR8;
+                                     wide ? vqpDemosaicSetConfig16(handle, &config) : vqpDemosaicSetConfig(handle, &config);
+                                     ImageFrame fi{h, w, VQP_PIXEL_FORMAT_BAYER_GB12, in.data(), 2 * w};
+                                     ImageFrame fo{0, 0, 0, out.data(), 0};
+                                     const int32_t rc = wide ? vqpDevelop16(handle, &fi, VQP_METHOD_BILINEAR, &fo, 1)
+                                                             : vqpDevelop(handle, &fi, VQP_METHOD_BILINEAR, &fo, 1);
+                                     vqpRelease(&handle);
+                                     std::vector<uint8_t> result(out.bytes);
+                                     result.push_back(uint8_t(rc));
+                                     return result;
+                                 }));
+        }
+}
+
 } // namespace

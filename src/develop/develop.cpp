@@ -20,6 +20,7 @@
 #include "core/handle.h"
 #include "core/workers.h"
 #include "develop/develop.h"
+#include "simd/dispatch.h"
 #include "u16/parallel_u16.h"
 #include "velqora.h"
 
@@ -372,20 +373,28 @@ void writeRow(uint32_t format, const T *e, bool grey, ptrdiff_t w, ptrdiff_t n, 
     }
 }
 
-// Planes of blue, green and red through the matrix m (for B, G, R out of B, G, R). Kept apart, with
-// unaliased planes, so that the compiler runs it in vector registers (min and max for the clamps).
+// Planes of blue, green and red through the matrix m (for B, G, R out of B, G, R): each value
+// (m0 b + m1 g) + m2 r + 0.5, clamped to 0 .. 65535 (a NaN, from huge entries of both signs, to 0) and
+// truncated. The vector units do what they can; the rest runs here, kept apart with unaliased planes so
+// that the compiler runs it in vector registers too.
 __attribute__((noinline)) void mixPlanes(const uint16_t *__restrict pb, const uint16_t *__restrict pg,
                                          const uint16_t *__restrict pr, uint16_t *__restrict ob,
                                          uint16_t *__restrict og, uint16_t *__restrict orr, ptrdiff_t w,
                                          const float *m) {
+    ptrdiff_t x = 0;
+    if (const auto vector = vq::simd::table().developMix; vector != nullptr) {
+        const uint16_t *const in[3] = {pb, pg, pr};
+        uint16_t *const out[3] = {ob, og, orr};
+        x = vector(in, out, w, m);
+    }
     const float m0 = m[0], m1 = m[1], m2 = m[2], m3 = m[3], m4 = m[4], m5 = m[5], m6 = m[6], m7 = m[7], m8 = m[8];
-    const auto round16 = [](float v) { // NaN (from huge entries of both signs) gives 0
+    const auto round16 = [](float v) {
         v += 0.5f;
         v = v > 0.0f ? v : 0.0f;
         v = v < 65535.0f ? v : 65535.0f;
         return static_cast<uint16_t>(static_cast<int32_t>(v));
     };
-    for (ptrdiff_t x = 0; x < w; ++x) {
+    for (; x < w; ++x) {
         const float b = pb[x], g = pg[x], r = pr[x];
         ob[x] = round16(m0 * b + m1 * g + m2 * r);
         og[x] = round16(m3 * b + m4 * g + m5 * r);

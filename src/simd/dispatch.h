@@ -136,6 +136,10 @@ struct Kernels16 {
     // into samples 2g and 2g + 1, reading no byte at or past src + srcBytes.
     ptrdiff_t (*u16UnpackSamples)(const unsigned char *src, ptrdiff_t groups, ptrdiff_t srcBytes, int32_t lowBits,
                                   unsigned char *dst) = nullptr;
+
+    // Development's colour matrix on planes (src/simd/kernels16.h): in[] blue, green, red, out[] the same,
+    // w pixels; returns the pixels done, a multiple of its width.
+    ptrdiff_t (*developMix)(const uint16_t *const *in, uint16_t *const *out, ptrdiff_t w, const float *m) = nullptr;
 };
 
 

@@ -186,6 +186,18 @@ struct NeonOps {
         t.val[2] = packPairs(c2e, c2o);
         vst4q_u8(p, t);
     }
+
+    // Single precision, NF lanes: 16-bit samples widened to floats and floats truncated back to them
+    // (after the caller's clamp to 0 .. 65535). Each operation is one instruction, never fused with another.
+    static constexpr int NF = 4;
+    using F = float32x4_t;
+    static F loadF(const uint16_t *p) { return vcvtq_f32_u32(vmovl_u16(vld1_u16(p))); }
+    static F fset1(float v) { return vdupq_n_f32(v); }
+    static F fmul(F a, F b) { return vmulq_f32(a, b); }
+    static F fadd(F a, F b) { return vaddq_f32(a, b); }
+    static F fmaxZero(F a) { return vbslq_f32(vcgtq_f32(a, vdupq_n_f32(0)), a, vdupq_n_f32(0)); } // a NaN gives 0
+    static F fmin(F a, F b) { return vminq_f32(a, b); }
+    static void storeF(uint16_t *p, F v) { vst1_u16(p, vmovn_u32(vcvtq_u32_f32(v))); }
 };
 
 

@@ -323,6 +323,24 @@ struct Avx2Ops {
         for (int i = 0; i < 4; ++i)
             _mm256_storeu_si256(q + i, KeepFourth ? _mm256_blendv_epi8(out[i], _mm256_loadu_si256(q + i), fourth) : out[i]);
     }
+
+    // Single precision, NF lanes: 16-bit samples widened to floats and floats truncated back to them
+    // (after the caller's clamp to 0 .. 65535). Each operation is one instruction, never fused with another.
+    static constexpr int NF = 8;
+    using F = __m256;
+    static F loadF(const uint16_t *p) {
+        return _mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p))));
+    }
+    static F fset1(float v) { return _mm256_set1_ps(v); }
+    static F fmul(F a, F b) { return _mm256_mul_ps(a, b); }
+    static F fadd(F a, F b) { return _mm256_add_ps(a, b); }
+    static F fmaxZero(F a) { return _mm256_max_ps(a, _mm256_setzero_ps()); } // a NaN gives 0
+    static F fmin(F a, F b) { return _mm256_min_ps(a, b); }
+    static void storeF(uint16_t *p, F v) {
+        const __m256i i = _mm256_cvttps_epi32(v);
+        const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(i, i), 0x08);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(packed));
+    }
 };
 #endif
 
@@ -605,6 +623,22 @@ struct Avx512Ops {
             if constexpr (KeepFourth) _mm512_mask_storeu_epi8(p + 64 * i, 0x7777777777777777ull, out[i]);
             else _mm512_storeu_si512(p + 64 * i, out[i]);
         }
+    }
+
+    // Single precision, NF lanes: 16-bit samples widened to floats and floats truncated back to them
+    // (after the caller's clamp to 0 .. 65535). Each operation is one instruction, never fused with another.
+    static constexpr int NF = 16;
+    using F = __m512;
+    static F loadF(const uint16_t *p) {
+        return _mm512_cvtepi32_ps(_mm512_cvtepu16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(p))));
+    }
+    static F fset1(float v) { return _mm512_set1_ps(v); }
+    static F fmul(F a, F b) { return _mm512_mul_ps(a, b); }
+    static F fadd(F a, F b) { return _mm512_add_ps(a, b); }
+    static F fmaxZero(F a) { return _mm512_max_ps(a, _mm512_setzero_ps()); } // a NaN gives 0
+    static F fmin(F a, F b) { return _mm512_min_ps(a, b); }
+    static void storeF(uint16_t *p, F v) {
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), _mm512_cvtusepi32_epi16(_mm512_cvttps_epi32(v)));
     }
 };
 #endif
