@@ -441,6 +441,26 @@ TEST(Develop, AutomaticBalance) {
     EXPECT_NEAR(sum[0] / sum[1], 1.0, 0.01);
     EXPECT_NEAR(sum[2] / sum[1], 1.0, 0.01);
 
+    // The statistics read every packing alike: odd rows of a packed run start inside a pair.
+    {
+        const int oh = 41, ow = 127;
+        std::vector<uint16_t> s(size_t(oh) * ow);
+        for (auto &v : s) v = uint16_t(200 + rng() % 3000);
+        float gains[3][3];
+        for (int k = 0; k < 3; ++k) {
+            const Format &f = kFormats[k == 0 ? 2 : 6];
+            int32_t st = 0;
+            const auto raw = encode(s, oh, ow, f, k == 2, &st, rng);
+            Handle hd;
+            vqpSetBalanceWhiteAuto(hd.h, VQP_BALANCE_WHITE_AUTO_ONCE);
+            std::vector<uint8_t> out;
+            ASSERT_EQ(develop(hd.h, kLayouts[0], raw, oh, ow, st, codeOf(f, 0), VQP_METHOD_NEAREST, out), VQP_OK);
+            vqpGetBalanceRatio(hd.h, gains[k]);
+        }
+        for (int k = 1; k < 3; ++k)
+            EXPECT_EQ(std::vector<float>(gains[k], gains[k] + 3), std::vector<float>(gains[0], gains[0] + 3)) << k;
+    }
+
     for (uint32_t threads : {1u, 2u, 3u}) {
         Handle cont;
         vqpSetBlackLevel(cont.h, black);

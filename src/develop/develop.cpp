@@ -251,11 +251,17 @@ struct Reader {
             const ptrdiff_t i0 = oneRun() ? ptrdiff_t{y} * w : 0;
             const int low = f.bits - 8;
             const unsigned lowMask = (1u << low) - 1u;
-            for (ptrdiff_t i = i0; i < i0 + w; ++i) {
-                const unsigned char *p = run + i / 2 * 3;
-                dst[i - i0] = static_cast<uint16_t>((i & 1) == 0 ? unsigned{p[0]} << low | (p[1] & lowMask)
-                                                                 : unsigned{p[2]} << low | (p[1] >> 4 & lowMask));
+            ptrdiff_t x = 0;
+            if (i0 & 1) { // the row starts with the second sample of a pair
+                const unsigned char *p = run + i0 / 2 * 3;
+                dst[x++] = static_cast<uint16_t>(unsigned{p[2]} << low | (p[1] >> 4 & lowMask));
             }
+            const unsigned char *p = run + (i0 + x) / 2 * 3;
+            for (; x + 1 < w; x += 2, p += 3) {
+                dst[x] = static_cast<uint16_t>(unsigned{p[0]} << low | (p[1] & lowMask));
+                dst[x + 1] = static_cast<uint16_t>(unsigned{p[2]} << low | (p[1] >> 4 & lowMask));
+            }
+            if (x < w) dst[x] = static_cast<uint16_t>(unsigned{p[0]} << low | (p[1] & lowMask));
         }
     }
 };
