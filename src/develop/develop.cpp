@@ -441,12 +441,16 @@ struct Store {
         }
     }
 
-    // Camera B, G, R (interleaved) through the matrix into three planes of blue, green and red, clamped to
-    // 16 bits. Single precision on planes (which the compiler runs in vector registers) keeps a hundredth
-    // of a step at 16 bits for entries within +-2; +0.5 and truncation round.
-    void mix(const uint16_t *bgr, uint16_t *planes) const {
+    // Camera blue, green and red (`step` samples a pixel apart: 3 for B, G, R pixels, 1 for planes) through
+    // the matrix into three planes of blue, green and red, clamped to 16 bits. Single precision keeps a
+    // hundredth of a step at 16 bits for entries within +-2; +0.5 and truncation round.
+    void mix(const uint16_t *b, const uint16_t *g, const uint16_t *r, ptrdiff_t step, uint16_t *planes) const {
+        if (step == 1) {
+            mixPlanes(b, g, r, planes + 3 * w, planes + 4 * w, planes + 5 * w, w, m);
+            return;
+        }
         uint16_t *__restrict pb = planes, *__restrict pg = planes + w, *__restrict pr = planes + 2 * w;
-        for (ptrdiff_t x = 0; x < w; ++x) pb[x] = bgr[3 * x], pg[x] = bgr[3 * x + 1], pr[x] = bgr[3 * x + 2];
+        for (ptrdiff_t x = 0; x < w; ++x) pb[x] = b[step * x], pg[x] = g[step * x], pr[x] = r[step * x];
         mixPlanes(pb, pg, pr, planes + 3 * w, planes + 4 * w, planes + 5 * w, w, m);
     }
 };
@@ -510,18 +514,26 @@ struct Pass {
             }
             return VQP_OK;
         }
+        // Camera colour in planes where the method writes them as fast as pixels (bilinear, nearest), so
+        // that the matrix reads them as they are; edge-directed colour comes as B, G, R pixels.
+        const bool planes = method != VQP_METHOD_EDGE;
+        const uint64_t layout = planes ? VQP_PIXEL_FORMAT_BGR16_PLANAR : VQP_PIXEL_FORMAT_BGR16;
+        if (const int32_t rc = vqpDemosaicSetConfig16(wk.demosaic, &layout); rc != VQP_OK) return rc;
         ImageFrame in{s1 - s0, w, kMosaicCode[f.phase], wk.mosaic.data(), 2 * w};
         ImageFrame out{0, 0, 0, wk.camera.data(), 0};
         if (const int32_t rc = vqpDemosaicing16(wk.demosaic, &in, method, &out, 1); rc != VQP_OK) return rc;
+        const ptrdiff_t plane = ptrdiff_t{s1 - s0} * w;
         for (int32_t y = y0; y < y1; ++y) {
-            const uint16_t *bgr = wk.camera.data() + 3 * ptrdiff_t{y - s0} * w;
+            const ptrdiff_t row = ptrdiff_t{y - s0} * w;
+            const uint16_t *b = wk.camera.data() + (planes ? row : 3 * row);
+            const uint16_t *g = planes ? b + plane : b + 1, *r = planes ? b + 2 * plane : b + 2;
             if (store->identity) {
-                store->put(y, bgr, bgr + 1, bgr + 2, 3, false, wk.row.data());
+                store->put(y, b, g, r, planes ? 1 : 3, false, wk.row.data());
                 continue;
             }
-            uint16_t *planes = wk.planes.data();
-            store->mix(bgr, planes);
-            store->put(y, planes + 3 * w, planes + 4 * w, planes + 5 * w, 1, false, wk.row.data());
+            uint16_t *mixed = wk.planes.data();
+            store->mix(b, g, r, planes ? 1 : 3, mixed);
+            store->put(y, mixed + 3 * w, mixed + 4 * w, mixed + 5 * w, 1, false, wk.row.data());
         }
         return VQP_OK;
     }
