@@ -435,6 +435,8 @@ struct Store {
             uint16_t *e = reinterpret_cast<uint16_t *>(tmp);
             encode(e, curve16);
             writeRow(format, static_cast<const uint16_t *>(e), grey, w, n, first, dst);
+        } else if (format == VQP_PIXEL_FORMAT_BGR8 && !grey) { // the row as it is written: straight there
+            encode(dst + 3 * first, curve8);
         } else {
             encode(tmp, curve8);
             writeRow(format, static_cast<const uint8_t *>(tmp), grey, w, n, first, dst);
