@@ -469,8 +469,8 @@ VQP_EXTERN int32_t vqpSetWhiteLevel(ProcessingHandle *handle, float white);
 VQP_EXTERN int32_t vqpSetBalanceRatio(ProcessingHandle *handle, const float ratio[3]);
 /* The gains in use: those set, or the last found automatically. */
 VQP_EXTERN int32_t vqpGetBalanceRatio(const ProcessingHandle *handle, float ratio[3]);
-/* Automatic white balance, grey world over the 2x2 cells (of every fourth row of cells: rows 0 and 1, 8
- * and 9, ...) none of whose samples is at or above 98% of full scale (after black) and whose mean green
+/* Automatic white balance, grey world over the 2x2 cells (of every eighth row of cells: rows 0 and 1, 16
+ * and 17, ...) none of whose samples is at or above 98% of full scale (after black) and whose mean green
  * is above 2%: green 1, red sum(green) / sum(red), blue
  * sum(green) / sum(blue), each clamped to [1/8, 8]; a frame without such a cell keeps the gains.
  * ONCE: found on the frame being developed and used for it; the mode then returns to OFF, the gains kept.

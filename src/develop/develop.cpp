@@ -316,10 +316,11 @@ void countCells(const uint16_t *above, const uint16_t *below, ptrdiff_t w, const
     }
     for (ptrdiff_t x = 0; x + 1 < w; x += 2) {
         const uint32_t n[4] = {t[0][above[x]], t[1][above[x + 1]], t[2][below[x]], t[3][below[x + 1]]};
-        if (std::max({n[0], n[1], n[2], n[3]}) >= kClipped) continue;
         const uint32_t greens = n[0] + n[1] + n[2] + n[3] - n[red] - n[blue];
-        if (greens <= kDarkGreens) continue;
-        sums.red += n[red], sums.blue += n[blue], sums.green += greens, ++sums.cells;
+        // Without a branch: whether a cell counts is as random as the picture.
+        const uint64_t counts = (std::max({n[0], n[1], n[2], n[3]}) < kClipped) & (greens > kDarkGreens);
+        sums.red += counts * n[red], sums.blue += counts * n[blue], sums.green += counts * greens;
+        sums.cells += counts;
     }
 }
 
@@ -459,9 +460,9 @@ struct Store {
 
 // ---- the pass -------------------------------------------------------------------------------------
 
-// Automatic balance counts the cells of every fourth row of cells (rows 0 and 1, 8 and 9, ...): as good a
-// grey world as all of them, at a quarter of the cost.
-constexpr int32_t kCellRowStep = 4;
+// Automatic balance counts the cells of every eighth row of cells (rows 0 and 1, 16 and 17, ...): as good a
+// grey world as all of them (a 12-megapixel frame still has 375,000 such cells), at an eighth of the cost.
+constexpr int32_t kCellRowStep = 8;
 
 // Rows a band covers, and the rows of margin it demosaics above and below them.
 constexpr int32_t kMargin = 8;
