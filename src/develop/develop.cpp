@@ -461,7 +461,7 @@ struct Store {
 // ---- the pass -------------------------------------------------------------------------------------
 
 // Automatic balance counts the cells of every eighth row of cells (rows 0 and 1, 16 and 17, ...): as good a
-// grey world as all of them (a 12-megapixel frame still has 375,000 such cells), at an eighth of the cost.
+// grey world as all of them (a 12-megapixel frame still has about 380,000 such cells), at an eighth of the cost.
 constexpr int32_t kCellRowStep = 8;
 
 // Rows a band covers, and the rows of margin it demosaics above and below them.
