@@ -120,7 +120,7 @@ def _status_error(status: int, what: str) -> Error:
         -102: "the input format is not one the library accepts; see velqora.INPUT_FORMATS",
         -107: "the output format is not one the library writes; see velqora.OUTPUT_FORMATS",
         -117: "the memory this frame needs could not be allocated: free memory or convert smaller frames",
-        -111: "the Demosaicer is closed: create a new one",
+        -111: "the Demosaicer or Developer is closed: create a new one",
     }.get(status, _velqora.status_message(status))
     return Error(f"{what}: {advice}", status)
 
@@ -325,18 +325,61 @@ def demosaic16(raw16, fmt, method="edge", planar=False, out=None, *, bits=None, 
 # ---- raw to picture --------------------------------------------------------------------------------------
 
 TRANSFERS = {"linear": 0, "srgb": 1}
+_GAMMA = 2
 _BALANCE_AUTO = {"off": 0, "once": 1, "continuous": 2}
 _DEVELOP_INPUTS = {**INPUT_FORMATS, **_BAYER14}
+# With u16=True an 8-bit colour output names its 16-bit twin.
+_TWINS16 = {"BGR8": "BGR16", "RGB8": "RGB16", "RGB8_Planar": "RGB16_Planar", "BGR8_Planar": "BGR16_Planar"}
 
 
 def _floats(value, count: int, what: str) -> list:
+    """`count` numbers from a scalar, sequence or array: TypeError for what is not numbers, Error (a
+    ValueError) for the wrong count."""
+    if isinstance(value, (str, bytes)):
+        raise TypeError(f"{what}= takes numbers, not the string {value!r}")
     try:
-        values = [float(v) for v in np.asarray(value, dtype=np.float64).reshape(-1)]
+        values = np.asarray(value, dtype=np.float64).reshape(-1)
     except (TypeError, ValueError):
-        raise Error(f"{what} must be {count} numbers, not {value!r}") from None
-    if len(values) != count:
-        raise Error(f"{what} must be {count} numbers, not {len(values)}")
-    return values
+        raise TypeError(f"{what}= takes numbers, not {type(value).__name__} {value!r}") from None
+    if values.size != count:
+        raise Error(f"{what}= takes {count} number{'s' if count > 1 else ''}, not {values.size}")
+    return [float(v) for v in values]
+
+
+def _levels(black) -> list:
+    if black is None:
+        return [0.0] * 4
+    return _floats(black, 1, "black") * 4 if np.ndim(black) == 0 else _floats(black, 4, "black")
+
+
+def _white(white) -> list:
+    return [0.0 if white is None else _floats(white, 1, "white")[0]]
+
+
+def _balance(balance) -> list:
+    """The library calls (setting, argument, values) for gains, "auto", "once" or None."""
+    if isinstance(balance, str):
+        if balance not in ("auto", "once"):
+            raise Error(f"balance={balance!r}: give (red, green, blue) gains, 'auto' or 'once'")
+        mode = _BALANCE_AUTO["continuous" if balance == "auto" else "once"]
+        return [("gains", "balance", [1.0, 1.0, 1.0]), ("balance_auto", "balance", [float(mode)])]
+    return [("gains", "balance", [1.0, 1.0, 1.0] if balance is None else _floats(balance, 3, "balance"))]
+
+
+def _matrix(matrix) -> list:
+    """Nine numbers, or none for the identity."""
+    return [] if matrix is None else _floats(matrix, 9, "matrix")
+
+
+def _curve(transfer) -> list:
+    """(curve, gamma) for the library from "linear", "srgb" or a gamma."""
+    if isinstance(transfer, str):
+        if transfer not in TRANSFERS:
+            raise Error(f"transfer={transfer!r}: use 'linear', 'srgb' or a gamma (a number)")
+        return [float(TRANSFERS[transfer]), 1.0]
+    if isinstance(transfer, bool) or not isinstance(transfer, (int, float, np.integer, np.floating)):
+        raise TypeError(f"transfer= takes 'linear', 'srgb' or a gamma (a number), not {type(transfer).__name__}")
+    return [float(_GAMMA), float(transfer)]
 
 
 class Developer:
@@ -348,7 +391,8 @@ class Developer:
         with velqora.Developer(black=64, balance="auto", matrix=camera_to_srgb, transfer="srgb") as dev:
             for raw in frames:
                 picture = dev.develop(raw, "BayerRG12", out=buffer)
-            print(dev.gains)       # the red, green and blue gains in use
+            print(dev.balance)     # the red, green and blue gains in use
+            dev.transfer = 2.2     # one setting changed, the others and the balance kept
 
     black: one level, or four (the sites of the 2x2 pattern: row 0 col 0, row 0 col 1, row 1 col 0, row 1
         col 1), in the input's sample units. white: the sample value that is full scale (None: the depth's
@@ -356,7 +400,9 @@ class Developer:
         measures itself, then the gains stay), or None (1, 1, 1). matrix: nine numbers or a 3x3 array,
         camera R, G, B to output R, G, B (None: the identity). transfer: ``"linear"``, ``"srgb"`` or a
         number, a gamma (encoded = linear ** (1 / gamma)). threads: as for :class:`Demosaicer`.
-    Refused values raise :class:`Error` (``VQP_ERR_BAD_PARAMETER``) naming the argument; nothing changes.
+    Each setting is also a property: assigning it changes that setting alone. Refused values raise
+    :class:`Error` (``VQP_ERR_BAD_PARAMETER``) naming the argument and change nothing; values that are not
+    numbers where numbers belong raise TypeError.
     """
 
     def __init__(self, threads: int = 1, *, black=None, white=None, balance=None, matrix=None, transfer="linear"):
@@ -385,45 +431,88 @@ class Developer:
             raise _status_error(status, argument)
 
     def configure(self, *, black=None, white=None, balance=None, matrix=None, transfer="linear") -> None:
-        """Replaces every setting (those left out become neutral); see the class."""
-        levels = [0.0] * 4 if black is None else _floats(black, 1, "black") * 4 if np.ndim(black) == 0 \
-            else _floats(black, 4, "black")
-        self._set("white", "white", [0.0])
-        self._set("black", "black", levels)
-        self._set("white", "white", [0.0 if white is None else float(white)])
-        if isinstance(balance, str):
-            if balance not in ("auto", "once"):
-                raise Error(f"balance={balance!r}: give (red, green, blue) gains, 'auto' or 'once'")
-            self._set("gains", "balance", [1.0, 1.0, 1.0])
-            self._set("balance_auto", "balance", [float(_BALANCE_AUTO["continuous" if balance == "auto" else "once"])])
-        else:
-            self._set("gains", "balance", [1.0, 1.0, 1.0] if balance is None else _floats(balance, 3, "balance"))
-        self._set("matrix", "matrix", [] if matrix is None else _floats(matrix, 9, "matrix"))
-        if isinstance(transfer, str):
-            if transfer not in TRANSFERS:
-                raise Error(f"transfer={transfer!r}: use 'linear', 'srgb' or a gamma (a number)")
-            self._set("transfer", "transfer", [float(TRANSFERS[transfer]), 1.0])
-        else:
-            self._set("transfer", "transfer", [2.0, float(transfer)])
+        """Replaces every setting (those left out become neutral); see the class. Types and counts are checked
+        before anything is applied; a value the library refuses leaves those before it in the call applied."""
+        steps = [("white", "white", [0.0]),  # black is checked against the white in force
+                 ("black", "black", _levels(black)), ("white", "white", _white(white)),
+                 *_balance(balance), ("matrix", "matrix", _matrix(matrix)), ("transfer", "transfer", _curve(transfer))]
+        for what, argument, values in steps:
+            self._set(what, argument, values)
+        self._black, self._white, self._matrix = steps[1][2], None if white is None else steps[2][2][0], steps[-2][2]
+        self._transfer = transfer if isinstance(transfer, str) else float(transfer)
 
     @property
-    def gains(self) -> tuple:
-        """The red, green and blue gains in use: those given, or the last found automatically."""
+    def black(self) -> list:
+        """The four black levels, per site of the 2x2 pattern."""
+        return list(self._black)
+
+    @black.setter
+    def black(self, value) -> None:
+        levels = _levels(value)
+        self._set("black", "black", levels)
+        self._black = levels
+
+    @property
+    def white(self):
+        """The full-scale sample value, or None for the depth's maximum."""
+        return self._white
+
+    @white.setter
+    def white(self, value) -> None:
+        level = _white(value)
+        self._set("white", "white", level)
+        self._white = None if value is None else level[0]
+
+    @property
+    def balance(self) -> tuple:
+        """The red, green and blue gains in use: those given, or the last found automatically. Assign gains,
+        ``"auto"`` (continuous), ``"once"`` or None (1, 1, 1)."""
         return tuple(self._handle.gains())
+
+    @balance.setter
+    def balance(self, value) -> None:
+        for what, argument, values in _balance(value):
+            self._set(what, argument, values)
+
+    gains = balance
 
     @property
     def balance_auto(self) -> str:
         """``"off"``, ``"once"`` (until the next frame) or ``"continuous"``."""
         return {v: k for k, v in _BALANCE_AUTO.items()}[self._handle.balance_auto()]
 
-    def develop(self, raw, fmt, method="edge", output="BGR8", *, width=None, height=None, stride=None,
+    @property
+    def matrix(self):
+        """The colour matrix as a 3x3 array, or None for the identity."""
+        return np.array(self._matrix).reshape(3, 3) if self._matrix else None
+
+    @matrix.setter
+    def matrix(self, value) -> None:
+        values = _matrix(value)
+        self._set("matrix", "matrix", values)
+        self._matrix = values
+
+    @property
+    def transfer(self):
+        """``"linear"``, ``"srgb"`` or the gamma."""
+        return self._transfer
+
+    @transfer.setter
+    def transfer(self, value) -> None:
+        self._set("transfer", "transfer", _curve(value))
+        self._transfer = value if isinstance(value, str) else float(value)
+
+    def develop(self, raw, fmt, method="edge", output="BGR8", *, u16=False, width=None, height=None, stride=None,
                 out=None) -> np.ndarray:
         """Develops one frame; see :func:`velqora.develop`."""
         code = _lookup(_DEVELOP_INPUTS, fmt, "input format", "")
         m = _lookup(METHODS, method, "method", "")
-        wide = isinstance(output, str) and output in OUTPUT_FORMATS16
-        config = _lookup(OUTPUT_FORMATS16 if wide else OUTPUT_FORMATS, output, "output format",
-                         " (or a 16-bit one: " + ", ".join(OUTPUT_FORMATS16) + ")")
+        wide = bool(u16) or (isinstance(output, str) and output in OUTPUT_FORMATS16)
+        if wide:
+            config = _lookup(OUTPUT_FORMATS16, _TWINS16.get(output, output) if isinstance(output, str) else output,
+                             "output format", " (u16=True)")
+        else:
+            config = _lookup(OUTPUT_FORMATS, output, "output format", " (or u16=True)")
         buf, h, w, row_bytes = _prepare_input(raw, code, width, height, stride)
         dtype = np.uint16 if wide else np.uint8
         shape = ((3, h, w) if config in (0x02300024, 0x82300024) else (h, w, 3)) if wide else _output_shape(config, h, w)
@@ -440,7 +529,8 @@ class Developer:
 
 
 def develop(raw, fmt, method="edge", output="BGR8", *, black=None, white=None, balance=None, matrix=None,
-            transfer="linear", width=None, height=None, stride=None, out=None, threads: int = 1) -> np.ndarray:
+            transfer="linear", u16=False, width=None, height=None, stride=None, out=None,
+            threads: int = 1) -> np.ndarray:
     """Develops one raw frame into a picture: black level, white level, white balance, the demosaic, a colour
     matrix and a transfer curve in one pass, at the input's full depth (see :class:`Developer` for the
     settings; ``balance="auto"`` balances this frame on its own, grey world).
@@ -448,10 +538,13 @@ def develop(raw, fmt, method="edge", output="BGR8", *, black=None, white=None, b
     raw, fmt, method, width, height, stride, out, threads: as for :func:`demosaic`; every input format of
         :func:`demosaic` and :func:`demosaic16` is accepted, mono included (black, white and the curve apply;
         gains and matrix do not).
-    output: an 8-bit format of :func:`demosaic` (uint8 result) or a 16-bit one of :func:`demosaic16`
-        (``"BGR16"``, ``"RGB16"``, ``"RGB16_Planar"``, ``"BGR16_Planar"``; uint16, 0 .. 65535).
+    output: an 8-bit format of :func:`demosaic` (uint8 result); with ``u16=True`` a 16-bit one of
+        :func:`demosaic16` (``"BGR16"``, ``"RGB16"``, ``"RGB16_Planar"``, ``"BGR16_Planar"``, or the name of
+        its 8-bit twin such as the default ``"BGR8"``), a uint16 result, 0 .. 65535. A 16-bit name alone
+        also selects 16-bit output.
     With every setting neutral an 8-bit frame gives exactly :func:`demosaic`'s result.
     """
-    with Developer(threads, black=black, white=white, balance="once" if balance == "auto" else balance,
+    once = isinstance(balance, str) and balance == "auto"
+    with Developer(threads, black=black, white=white, balance="once" if once else balance,
                    matrix=matrix, transfer=transfer) as dev:
-        return dev.develop(raw, fmt, method, output, width=width, height=height, stride=stride, out=out)
+        return dev.develop(raw, fmt, method, output, u16=u16, width=width, height=height, stride=stride, out=out)
