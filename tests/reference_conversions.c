@@ -7,9 +7,10 @@
  * outputFormat its 16-bit configuration), "bilinear16", "bilinear16p" (vqpDemosaicingBilinearU16Parallel
  * and its planar form, planes B, G, R one after the other), "edge16" (vqpDemosaicingEdgeU16Parallel, the
  * phase as inputFormat), "develop" and "develop16" (vqpDevelop into outputFormat, vqpDevelop16 into its
- * 16-bit configuration, with the settings of developSettings()). version.txt holds vqpVersionString(). The frames are the same on every platform,
- * so the Linux library and velqora.dll must leave byte-for-byte the same directories; the C# tests read
- * them as their references.
+ * 16-bit configuration, with the settings of developSettings()), "develop-once" (vqpDevelop with those
+ * settings and automatic balance ONCE). version.txt holds vqpVersionString(). The frames are the same on
+ * every platform, so the Linux library and velqora.dll must leave byte-for-byte the same directories; the
+ * C# tests read them as their references.
  *
  * Usage: reference_conversions DIRECTORY
  */
@@ -43,7 +44,7 @@ static void save(const void *bytes, size_t n, const char *name, ...) {
     if (!f || fwrite(bytes, 1, n, f) != n || fclose(f) != 0) fail(path);
 }
 
-enum entry { DEMOSAIC, FULL16, DEVELOP, DEVELOP16, BILINEAR16, BILINEAR16P, EDGE16 };
+enum entry { DEMOSAIC, FULL16, DEVELOP, DEVELOP16, DEVELOP_ONCE, BILINEAR16, BILINEAR16P, EDGE16 };
 
 /* The settings of every development case: per-site black, gains, a full matrix, sRGB. */
 static void developSettings(ProcessingHandle *h) {
@@ -60,8 +61,8 @@ static void developSettings(ProcessingHandle *h) {
  * everywhere we run). */
 static void convert(ProcessingHandle *h, enum entry entry, uint32_t format, int32_t height, int32_t width,
                     int32_t stride, uint32_t method, uint64_t config, uint32_t threads) {
-    static const char *const names[] = {"demosaic", "full16", "develop", "develop16", "bilinear16", "bilinear16p",
-                                        "edge16"};
+    static const char *const names[] = {"demosaic",   "full16",      "develop", "develop16", "develop-once",
+                                        "bilinear16", "bilinear16p", "edge16"};
     unsigned bits = (format >> 16) & 0xFF;
     if (stride <= 0) stride = (bits == 8 ? width : bits == 16 ? 2 * width : (3 * width + 1) / 2) - stride;
     size_t n = (size_t)height * (size_t)width, inBytes = (size_t)stride * (size_t)height;
@@ -77,8 +78,13 @@ static void convert(ProcessingHandle *h, enum entry entry, uint32_t format, int3
     save(in, inBytes, "%u.in", cases); /* before the call: padded 8-bit rows are compacted in place */
     memset(out, 0xA5, outBytes);
     const int wide = entry == FULL16 || entry == DEVELOP16;
-    if (entry <= DEVELOP16 && (wide ? vqpDemosaicSetConfig16(h, &config) : vqpDemosaicSetConfig(h, &config)) != VQP_OK)
+    if (entry < BILINEAR16 && (wide ? vqpDemosaicSetConfig16(h, &config) : vqpDemosaicSetConfig(h, &config)) != VQP_OK)
         fail("output format refused");
+    const char *name = entry == DEMOSAIC && threads ? "parallel" : names[entry];
+    if (entry == DEVELOP_ONCE) {
+        if (vqpSetBalanceWhiteAuto(h, VQP_BALANCE_WHITE_AUTO_ONCE) != VQP_OK) fail("ONCE refused");
+        entry = DEVELOP;
+    }
     ImageFrame fin = {height, width, format, in, stride}, fout = {0, 0, 0, out, 0};
     uint16_t *in16 = (uint16_t *)in, *out16 = (uint16_t *)out;
     uint32_t uh = (uint32_t)height, uw = (uint32_t)width;
@@ -93,9 +99,9 @@ static void convert(ProcessingHandle *h, enum entry entry, uint32_t format, int3
         : threads              ? vqpDemosaicingParallel(h, &fin, method, &fout, threads)
                                : vqpDemosaicing(h, &fin, method, &fout);
     save(out, outBytes, "%u.out", cases);
-    fprintf(manifest, "%u %s %u %d %d %d %u %" PRIu64 " %u %d %" PRIu64 "\n", cases++,
-            entry == DEMOSAIC && threads ? "parallel" : names[entry], (unsigned)format, (int)height, (int)width,
-            (int)stride, (unsigned)method, config, (unsigned)threads, (int)status, (uint64_t)outBytes);
+    fprintf(manifest, "%u %s %u %d %d %d %u %" PRIu64 " %u %d %" PRIu64 "\n", cases++, name, (unsigned)format,
+            (int)height, (int)width, (int)stride, (unsigned)method, config, (unsigned)threads, (int)status,
+            (uint64_t)outBytes);
     free(in);
     free(out);
 }
@@ -169,7 +175,8 @@ int main(int argc, char **argv) {
     convert(h, FULL16, VQP_PIXEL_FORMAT_BAYER_BG12_PACKED, 11, 71, 120, VQP_METHOD_BILINEAR, VQP_PIXEL_FORMAT_RGB16, 1);
     convert(h, FULL16, VQP_PIXEL_FORMAT_BAYER_RG12, 140, 256, 0, VQP_METHOD_EDGE, VQP_PIXEL_FORMAT_RGB16_PLANAR, 3);
     convert(h, FULL16, VQP_PIXEL_FORMAT_BAYER_RG8, 8, 40, 0, VQP_METHOD_EDGE, VQP_PIXEL_FORMAT_BGR16, 1);
-    /* Development: packed, padded 8-bit, mono, a threaded frame; 8 and 16-bit output. */
+    /* Development: packed, padded 8-bit, mono, a threaded frame; 8 and 16-bit output; gains found by ONCE
+     * on a frame of two bands over two threads (last: the gains it finds stay on the handle). */
     developSettings(h);
     convert(h, DEVELOP, VQP_PIXEL_FORMAT_BAYER_RG12_PACKED, 21, 198, 0, VQP_METHOD_EDGE, VQP_PIXEL_FORMAT_BGR8, 1);
     convert(h, DEVELOP, VQP_PIXEL_FORMAT_BAYER_GB8, 17, 134, -6, VQP_METHOD_BILINEAR, VQP_PIXEL_FORMAT_RGBA8, 1);
@@ -178,6 +185,8 @@ int main(int argc, char **argv) {
     convert(h, DEVELOP16, VQP_PIXEL_FORMAT_BAYER_GR10, 21, 198, 0, VQP_METHOD_EDGE, VQP_PIXEL_FORMAT_RGB16, 1);
     convert(h, DEVELOP16, VQP_PIXEL_FORMAT_MONO10_PACKED, 13, 71, 0, VQP_METHOD_NEAREST, VQP_PIXEL_FORMAT_BGR16_PLANAR,
             1);
+    convert(h, DEVELOP_ONCE, VQP_PIXEL_FORMAT_BAYER_BG12_PACKED, 300, 256, 0, VQP_METHOD_EDGE, VQP_PIXEL_FORMAT_BGR8,
+            2);
 
     vqpRelease(&h);
     if (fclose(manifest) != 0) fail("manifest.txt");

@@ -65,7 +65,8 @@ internal static class VelqoraTests
         int h = int.Parse(c[3]), w = int.Parse(c[4]), s = int.Parse(c[5]), t = c[1] == "demosaic" ? 1 : int.Parse(c[8]);
         ulong config = ulong.Parse(c[7]);
         bool full = c[1] == "full16" || c[1] == "develop16", develop = c[1].StartsWith("develop");
-        if (develop) DevelopSettings(d);
+        // Before each call: Once measures one frame and returns to Off.
+        Action settings = () => { if (develop) DevelopSettings(d, c[1] == "develop-once"); };
         if (full)
         {
             d.OutputFormat16 = (PixelFormat)(uint)config;
@@ -79,6 +80,7 @@ internal static class VelqoraTests
         Buffer.BlockCopy(input, 0, bytes, 7, input.Length);
         Compare(c, reference, "byte[]", output(), o =>
         {
+            settings();
             if (develop && full) d.Develop16(bytes, 7, h, w, s, f, m, (ushort[])o, Guard / 2, t);
             else if (develop) d.Develop(bytes, 7, h, w, s, f, m, (byte[])o, Guard, t);
             else if (full) d.Demosaic16(bytes, 7, h, w, s, f, m, (ushort[])o, Guard / 2, t);
@@ -92,6 +94,7 @@ internal static class VelqoraTests
             Buffer.BlockCopy(input, 0, samples, 6, input.Length);
             Compare(c, reference, "ushort[]", output(), o =>
             {
+                settings();
                 if (develop && full) d.Develop16(samples, 3, h, w, s, f, m, (ushort[])o, Guard / 2, t);
                 else if (develop) d.Develop(samples, 3, h, w, s, f, m, (byte[])o, Guard, t);
                 else if (full) d.Demosaic16(samples, 3, h, w, s, f, m, (ushort[])o, Guard / 2, t);
@@ -104,6 +107,7 @@ internal static class VelqoraTests
         Compare(c, reference, "IntPtr", new byte[size], o =>
         {
             Marshal.Copy((byte[])o, 0, dst, size);
+            settings();
             try
             {
                 if (develop && full) d.Develop16(src, input.Length, h, w, s, f, m, dst + Guard, reference.Length, t);
@@ -117,48 +121,77 @@ internal static class VelqoraTests
         Marshal.FreeHGlobal(dst);
     }
 
-    // The settings tests/reference_conversions gives every development case.
-    private static void DevelopSettings(Demosaicer d)
+    // The settings tests/reference_conversions gives every development case, with automatic balance Once or Off.
+    private static void DevelopSettings(Demosaicer d, bool once = false)
     {
         d.SetBlackLevel(new float[] { 64, 70, 70, 80 });
         d.BalanceRatio = new float[] { 1.8f, 1.0f, 1.4f };
         d.SetColorTransformation(new float[] { 1.6f, -0.4f, -0.2f, -0.3f, 1.5f, -0.2f, 0.1f, -0.5f, 1.4f });
         d.SetTransfer(Transfer.Srgb);
+        if (once) d.BalanceWhiteAuto = BalanceWhiteAuto.Once;
     }
 
-    // The settings: refused values throw BadParameter and change nothing; the getters read back; automatic
-    // balance finds the inverse of a tint and Once returns to Off.
+    // The settings: refused values throw BadParameter and change nothing (the frame develops to the same
+    // bytes); Develop refuses a black level at or above the input depth's white; the getters read back;
+    // automatic balance finds the inverse of a tint and Once returns to Off.
     private static void Settings()
     {
+        // A grey scene through a tint of (0.5, 0.9, 0.3), 12-bit RGGB.
+        const int h = 64, w = 96;
+        var raw = new ushort[h * w];
+        var rng = new Random(5);
+        for (int y = 0; y < h; y += 2)
+            for (int x = 0; x < w; x += 2)
+            {
+                double grey = 0.1 + 0.6 * rng.NextDouble();
+                raw[y * w + x] = (ushort)(grey * 0.5 * 4095);
+                raw[y * w + x + 1] = raw[(y + 1) * w + x] = (ushort)(grey * 0.9 * 4095);
+                raw[(y + 1) * w + x + 1] = (ushort)(grey * 0.3 * 4095);
+            }
+        Func<Demosaicer, byte[]> develop = dm =>
+        {
+            var bgr = new byte[h * w * 3];
+            dm.Develop(raw, 0, h, w, 2 * w, PixelFormat.BayerRG12, DemosaicMethod.Bilinear, bgr, 0);
+            return bgr;
+        };
         using (var d = new Demosaicer())
         {
             DevelopSettings(d);
-            const int bad = VelqoraException.BadParameter;
-            const string name = "VQP_ERR_BAD_PARAMETER";
-            Throws<VelqoraException>("black NaN", () => d.SetBlackLevel(float.NaN), bad, name);
-            Throws<VelqoraException>("black -1", () => d.SetBlackLevel(new float[] { 0, 0, -1, 0 }), bad, name);
-            Throws<VelqoraException>("white below black", () => d.SetWhiteLevel(50), bad, name);
-            Throws<VelqoraException>("gain infinite", () => d.BalanceRatio = new[] { 1, float.PositiveInfinity, 1 }, bad, name);
-            Throws<VelqoraException>("gamma 0", () => d.SetTransfer(Transfer.Gamma, 0), bad, name);
-            Throws<VelqoraException>("mode 7", () => d.BalanceWhiteAuto = (BalanceWhiteAuto)7, bad, name);
+            d.SetWhiteLevel(4000);
+            d.SetTransfer(Transfer.Gamma, 1.8f);
+            byte[] before = develop(d);
+            var refused = new Dictionary<string, Action>
+            {
+                { "black NaN", () => d.SetBlackLevel(float.NaN) },
+                { "black -1", () => d.SetBlackLevel(new float[] { 0, 0, -1, 0 }) },
+                { "black at white", () => d.SetBlackLevel(4000) },
+                { "white below black", () => d.SetWhiteLevel(50) },
+                { "white infinite", () => d.SetWhiteLevel(float.PositiveInfinity) },
+                { "gain infinite", () => d.BalanceRatio = new[] { 1, float.PositiveInfinity, 1 } },
+                { "gain -1", () => d.BalanceRatio = new[] { 1, 1, -1f } },
+                { "matrix NaN", () => d.SetColorTransformation(new[] { 1, 0, 0, 0, float.NaN, 0, 0, 0, 1f }) },
+                { "gamma 0", () => d.SetTransfer(Transfer.Gamma, 0) },
+                { "gamma 10.5", () => d.SetTransfer(Transfer.Gamma, 10.5f) },
+                { "curve 3", () => d.SetTransfer((Transfer)3) },
+                { "mode 7", () => d.BalanceWhiteAuto = (BalanceWhiteAuto)7 },
+            };
+            foreach (var r in refused)
+                Throws<VelqoraException>(r.Key, r.Value, VelqoraException.BadParameter, "VQP_ERR_BAD_PARAMETER");
             Throws<ArgumentException>("three black levels", () => d.SetBlackLevel(new float[3]));
             Throws<ArgumentException>("eight matrix entries", () => d.SetColorTransformation(new float[8]));
             Throws<ArgumentNullException>("null gains", () => d.BalanceRatio = null);
             Expect(d.BalanceRatio.SequenceEqual(new[] { 1.8f, 1.0f, 1.4f }), "gains kept after refusals");
             Expect(d.BalanceWhiteAuto == BalanceWhiteAuto.Off, "balance off after setting gains");
+            Expect(develop(d).SequenceEqual(before), "refused settings changed the developed frame");
 
-            // A grey scene through a tint of (0.5, 0.9, 0.3): Once finds about (1.8, 1, 3), then reads back Off.
-            const int h = 64, w = 96;
-            var raw = new ushort[h * w];
-            var rng = new Random(5);
-            for (int y = 0; y < h; y += 2)
-                for (int x = 0; x < w; x += 2)
-                {
-                    double grey = 0.1 + 0.6 * rng.NextDouble();
-                    raw[y * w + x] = (ushort)(grey * 0.5 * 4095);
-                    raw[y * w + x + 1] = raw[(y + 1) * w + x] = (ushort)(grey * 0.9 * 4095);
-                    raw[(y + 1) * w + x + 1] = (ushort)(grey * 0.3 * 4095);
-                }
+            // 300 is above 8-bit white (255): refused by the call, not by the setter.
+            d.SetWhiteLevel(0);
+            d.SetBlackLevel(300);
+            Throws<VelqoraException>("Develop: black above 8-bit white", () => d.Develop(new byte[h * w], 0, h, w, w,
+                                     PixelFormat.BayerRG8, DemosaicMethod.Bilinear, new byte[h * w * 3], 0),
+                                     VelqoraException.BadParameter, "VQP_ERR_BAD_PARAMETER");
+
+            // Once finds about (1.8, 1, 3), then reads back Off.
             d.SetBlackLevel(0);
             d.SetColorTransformation(null);
             d.BalanceWhiteAuto = BalanceWhiteAuto.Once;
@@ -295,7 +328,7 @@ internal static class VelqoraTests
             // The other 16-bit entry points have no wrapper.
             var cases = File.ReadAllLines(Path.Combine(dir, "manifest.txt")).Select(l => l.Split(' '))
                             .Where(c => c[1] == "demosaic" || c[1] == "parallel" || c[1] == "full16" ||
-                                        c[1] == "develop" || c[1] == "develop16").ToList();
+                                        c[1].StartsWith("develop")).ToList();
             Expect(cases.Count > 220, "the references hold " + cases.Count + " conversions");
             foreach (string[] c in cases) Conversion(d, dir, c);
             Errors(d);
