@@ -89,37 +89,51 @@ static GType gst_velqora_transfer_get_type(void) {
 
 /* ---- Development settings ------------------------------------------------------------------------ */
 
-static bool develop_neutral(const GstVelqoraDemosaic *self) {
+static bool develop_neutral(const VqgDevelopSettings *d) {
     static const gfloat identity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-    return self->black_level == 0 && self->white_level == 0 && self->balance_ratio[0] == 1 &&
-           self->balance_ratio[1] == 1 && self->balance_ratio[2] == 1 &&
-           self->balance_white_auto == VQP_BALANCE_WHITE_AUTO_OFF &&
-           memcmp(self->color_transformation, identity, sizeof identity) == 0 && self->transfer == VQP_TRANSFER_LINEAR;
+    return d->black_level == 0 && d->white_level == 0 && d->balance_ratio[0] == 1 && d->balance_ratio[1] == 1 &&
+           d->balance_ratio[2] == 1 && d->balance_white_auto == VQP_BALANCE_WHITE_AUTO_OFF &&
+           memcmp(d->color_transformation, identity, sizeof identity) == 0 && d->transfer == VQP_TRANSFER_LINEAR;
 }
 
-/* Hands changed settings to the library; called with the object lock held. False (and an error posted)
- * when the library refuses a value. */
-static bool develop_apply(GstVelqoraDemosaic *self) {
-    if (!self->develop_dirty)
-        return true;
-    ProcessingHandle *h = self->handle;
-    const gfloat black[4] = {self->black_level, self->black_level, self->black_level, self->black_level};
+static void develop_defaults(VqgDevelopSettings *d) {
+    *d = VqgDevelopSettings{0, 0, {1, 1, 1}, VQP_BALANCE_WHITE_AUTO_OFF, {1, 0, 0, 0, 1, 0, 0, 0, 1},
+                            VQP_TRANSFER_LINEAR, 2.2f};
+}
+
+/* Every setting into the handle (white first to the depth's maximum, so that any black below it passes). */
+static int32_t develop_set(ProcessingHandle *h, const VqgDevelopSettings *d) {
+    const gfloat black[4] = {d->black_level, d->black_level, d->black_level, d->black_level};
     int32_t status = vqpSetWhiteLevel(h, 0);
     if (status == VQP_OK) status = vqpSetBlackLevel(h, black);
-    if (status == VQP_OK) status = vqpSetWhiteLevel(h, self->white_level);
-    if (status == VQP_OK && self->balance_white_auto == VQP_BALANCE_WHITE_AUTO_OFF)
-        status = vqpSetBalanceRatio(h, self->balance_ratio);
-    if (status == VQP_OK) status = vqpSetBalanceWhiteAuto(h, self->balance_white_auto);
-    if (status == VQP_OK) status = vqpSetColorTransformation(h, self->color_transformation);
-    if (status == VQP_OK) status = vqpSetTransfer(h, self->transfer, self->gamma);
+    if (status == VQP_OK) status = vqpSetWhiteLevel(h, d->white_level);
+    if (status == VQP_OK && d->balance_white_auto == VQP_BALANCE_WHITE_AUTO_OFF)
+        status = vqpSetBalanceRatio(h, d->balance_ratio);
+    if (status == VQP_OK) status = vqpSetBalanceWhiteAuto(h, d->balance_white_auto);
+    if (status == VQP_OK) status = vqpSetColorTransformation(h, d->color_transformation);
+    if (status == VQP_OK) status = vqpSetTransfer(h, d->transfer, d->gamma);
+    return status;
+}
+
+/* Hands changed settings to the library; called with the object lock held (so nothing is posted here:
+ * posting takes that lock). Returns the library's status: when it refuses a value, `refused` keeps what
+ * was asked and the last accepted settings come back, in the properties and in the handle (the
+ * defaults, which convert plainly, should even those fail). */
+static int32_t develop_apply(GstVelqoraDemosaic *self, VqgDevelopSettings *refused) {
+    if (!self->develop_dirty)
+        return VQP_OK;
+    const int32_t status = develop_set(self->handle, &self->dev);
     if (status != VQP_OK) {
-        GST_ELEMENT_ERROR(self, LIBRARY, SETTINGS, ("%s: %s", vqpStatusName(status), vqpStatusMessage(status)),
-                          ("black-level %g, white-level %g (the black level must lie below the white level)",
-                           self->black_level, self->white_level));
-        return false;
+        *refused = self->dev;
+        self->dev = self->accepted;
+        if (develop_set(self->handle, &self->dev) != VQP_OK) {
+            develop_defaults(&self->dev);
+            return status;
+        }
     }
+    self->accepted = self->dev;
     self->develop_dirty = FALSE;
-    return true;
+    return status;
 }
 
 /* "a,b,c,d,e,f,g,h,i" into nine numbers; false when it is not nine finite numbers. */
@@ -476,14 +490,15 @@ static GstFlowReturn gst_velqora_demosaic_transform(GstBaseTransform *bt, GstBuf
 
     GST_OBJECT_LOCK(self);
     const guint method = self->method, threads = self->threads;
-    const bool develop = !develop_neutral(self);
-    const bool applied = !develop || develop_apply(self);
+    VqgDevelopSettings refused{};
+    int32_t refusal = develop_neutral(&self->dev) ? VQP_OK : develop_apply(self, &refused);
+    const bool develop = !develop_neutral(&self->dev);
     GST_OBJECT_UNLOCK(self);
-    if (!applied) {
-        gst_video_frame_unmap(&frame);
-        gst_buffer_unmap(inbuf, &inMap);
-        return GST_FLOW_ERROR;
-    }
+    if (refusal != VQP_OK)
+        GST_ELEMENT_WARNING(self, LIBRARY, SETTINGS, ("%s: %s", vqpStatusName(refusal), vqpStatusMessage(refusal)),
+                            ("refused: black-level %g, white-level %g, gamma %g (the black level must lie below the "
+                             "white level); the settings of the last frame are kept",
+                             refused.black_level, refused.white_level, refused.gamma));
     /* Development reads every layout at full depth where it lies and never writes its input. */
     const ImageFrame raw = {h, w, f->code16 ? f->code16 : f->code, (void *)src, (int32_t)stride};
 
@@ -506,8 +521,9 @@ static GstFlowReturn gst_velqora_demosaic_transform(GstBaseTransform *bt, GstBuf
             vqpGetBalanceWhiteAuto(self->handle, &mode);
             GST_OBJECT_LOCK(self);
             if (!self->develop_dirty) {
-                memcpy(self->balance_ratio, gains, sizeof gains);
-                self->balance_white_auto = mode;
+                memcpy(self->dev.balance_ratio, gains, sizeof gains);
+                self->dev.balance_white_auto = mode;
+                self->accepted = self->dev;
             }
             GST_OBJECT_UNLOCK(self);
         } else {
@@ -569,16 +585,16 @@ static void gst_velqora_demosaic_set_property(GObject *object, guint id, const G
     switch (id) {
     case PROP_METHOD: self->method = g_value_get_enum(value); break;
     case PROP_THREADS: self->threads = g_value_get_uint(value); break;
-    case PROP_BLACK_LEVEL: self->black_level = g_value_get_float(value); break;
-    case PROP_WHITE_LEVEL: self->white_level = g_value_get_float(value); break;
+    case PROP_BLACK_LEVEL: self->dev.black_level = g_value_get_float(value); break;
+    case PROP_WHITE_LEVEL: self->dev.white_level = g_value_get_float(value); break;
     case PROP_BALANCE_RATIO_RED:
     case PROP_BALANCE_RATIO_GREEN:
     case PROP_BALANCE_RATIO_BLUE:
         /* As on a camera: setting a ratio turns automatic balance off. */
-        self->balance_ratio[id - PROP_BALANCE_RATIO_RED] = g_value_get_float(value);
-        self->balance_white_auto = VQP_BALANCE_WHITE_AUTO_OFF;
+        self->dev.balance_ratio[id - PROP_BALANCE_RATIO_RED] = g_value_get_float(value);
+        self->dev.balance_white_auto = VQP_BALANCE_WHITE_AUTO_OFF;
         break;
-    case PROP_BALANCE_WHITE_AUTO: self->balance_white_auto = g_value_get_enum(value); break;
+    case PROP_BALANCE_WHITE_AUTO: self->dev.balance_white_auto = g_value_get_enum(value); break;
     case PROP_COLOR_TRANSFORMATION: {
         const gchar *text = g_value_get_string(value);
         gfloat m[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
@@ -586,11 +602,11 @@ static void gst_velqora_demosaic_set_property(GObject *object, guint id, const G
             GST_WARNING_OBJECT(self, "color-transformation '%s' is not nine numbers: kept as it was", text);
             break;
         }
-        memcpy(self->color_transformation, m, sizeof m);
+        memcpy(self->dev.color_transformation, m, sizeof m);
         break;
     }
-    case PROP_TRANSFER: self->transfer = g_value_get_enum(value); break;
-    case PROP_GAMMA: self->gamma = g_value_get_float(value); break;
+    case PROP_TRANSFER: self->dev.transfer = g_value_get_enum(value); break;
+    case PROP_GAMMA: self->dev.gamma = g_value_get_float(value); break;
     default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec); break;
     }
     if (id >= PROP_BLACK_LEVEL)
@@ -604,24 +620,24 @@ static void gst_velqora_demosaic_get_property(GObject *object, guint id, GValue 
     switch (id) {
     case PROP_METHOD: g_value_set_enum(value, self->method); break;
     case PROP_THREADS: g_value_set_uint(value, self->threads); break;
-    case PROP_BLACK_LEVEL: g_value_set_float(value, self->black_level); break;
-    case PROP_WHITE_LEVEL: g_value_set_float(value, self->white_level); break;
+    case PROP_BLACK_LEVEL: g_value_set_float(value, self->dev.black_level); break;
+    case PROP_WHITE_LEVEL: g_value_set_float(value, self->dev.white_level); break;
     case PROP_BALANCE_RATIO_RED:
     case PROP_BALANCE_RATIO_GREEN:
-    case PROP_BALANCE_RATIO_BLUE: g_value_set_float(value, self->balance_ratio[id - PROP_BALANCE_RATIO_RED]); break;
-    case PROP_BALANCE_WHITE_AUTO: g_value_set_enum(value, self->balance_white_auto); break;
+    case PROP_BALANCE_RATIO_BLUE: g_value_set_float(value, self->dev.balance_ratio[id - PROP_BALANCE_RATIO_RED]); break;
+    case PROP_BALANCE_WHITE_AUTO: g_value_set_enum(value, self->dev.balance_white_auto); break;
     case PROP_COLOR_TRANSFORMATION: {
         GString *text = g_string_new(NULL);
         for (int i = 0; i < 9; i++) {
             gchar number[G_ASCII_DTOSTR_BUF_SIZE];
             g_string_append_printf(text, "%s%s", i ? "," : "",
-                                   g_ascii_dtostr(number, sizeof number, self->color_transformation[i]));
+                                   g_ascii_dtostr(number, sizeof number, self->dev.color_transformation[i]));
         }
         g_value_take_string(value, g_string_free(text, FALSE));
         break;
     }
-    case PROP_TRANSFER: g_value_set_enum(value, self->transfer); break;
-    case PROP_GAMMA: g_value_set_float(value, self->gamma); break;
+    case PROP_TRANSFER: g_value_set_enum(value, self->dev.transfer); break;
+    case PROP_GAMMA: g_value_set_float(value, self->dev.gamma); break;
     default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec); break;
     }
     GST_OBJECT_UNLOCK(self);
@@ -717,14 +733,8 @@ static void gst_velqora_demosaic_class_init(GstVelqoraDemosaicClass *klass) {
 static void gst_velqora_demosaic_init(GstVelqoraDemosaic *self) {
     self->method = DEFAULT_METHOD;
     self->threads = DEFAULT_THREADS;
-    self->black_level = self->white_level = 0;
-    for (int c = 0; c < 3; c++)
-        self->balance_ratio[c] = 1;
-    self->balance_white_auto = VQP_BALANCE_WHITE_AUTO_OFF;
-    for (int i = 0; i < 9; i++)
-        self->color_transformation[i] = i % 4 == 0 ? 1 : 0;
-    self->transfer = VQP_TRANSFER_LINEAR;
-    self->gamma = 2.2f;
+    develop_defaults(&self->dev);
+    self->accepted = self->dev;
     self->develop_dirty = TRUE;
 }
 

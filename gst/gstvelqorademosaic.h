@@ -16,14 +16,7 @@ G_BEGIN_DECLS
 #define GST_TYPE_VELQORA_DEMOSAIC (gst_velqora_demosaic_get_type())
 G_DECLARE_FINAL_TYPE(GstVelqoraDemosaic, gst_velqora_demosaic, GST, VELQORA_DEMOSAIC, GstBaseTransform)
 
-struct _GstVelqoraDemosaic {
-    GstBaseTransform parent;
-
-    /* Properties, read once a frame under the object lock. */
-    guint method;
-    guint threads;
-    /* Development (raw to picture), in GenICam's words. balance_ratio reads back the gains found while
-     * automatic balance runs, balance_white_auto its return to off after a ONCE frame. */
+typedef struct {
     gfloat black_level;
     gfloat white_level;
     gfloat balance_ratio[3];
@@ -31,6 +24,18 @@ struct _GstVelqoraDemosaic {
     gfloat color_transformation[9];
     guint transfer;
     gfloat gamma;
+} VqgDevelopSettings;
+
+struct _GstVelqoraDemosaic {
+    GstBaseTransform parent;
+
+    /* Properties, read once a frame under the object lock. */
+    guint method;
+    guint threads;
+    /* Development (raw to picture), in GenICam's words. dev.balance_ratio reads back the gains found
+     * while automatic balance runs, dev.balance_white_auto its return to off after a ONCE frame;
+     * `accepted` holds the last settings the library took, put back when it refuses newer ones. */
+    VqgDevelopSettings dev, accepted;
     gboolean develop_dirty; /* settings changed since they were last handed to the library */
 
     /* Negotiated. */
