@@ -127,14 +127,14 @@ class Pipeline {
         return packed;
     }
 
-    // The text and details of the next error message, empty when none is posted within `timeout`.
-    std::string error(GstClockTime timeout = 5 * GST_SECOND) {
+    // The text and details of the next error (or warning) message, empty when none is posted within `timeout`.
+    std::string error(GstClockTime timeout = 5 * GST_SECOND, GstMessageType type = GST_MESSAGE_ERROR) {
         g_autoptr(GstBus) bus = gst_element_get_bus(pipe_);
-        g_autoptr(GstMessage) msg = gst_bus_timed_pop_filtered(bus, timeout, GST_MESSAGE_ERROR);
+        g_autoptr(GstMessage) msg = gst_bus_timed_pop_filtered(bus, timeout, type);
         g_autoptr(GError) err = nullptr;
         g_autofree gchar *debug = nullptr;
         if (msg)
-            gst_message_parse_error(msg, &err, &debug);
+            (type == GST_MESSAGE_ERROR ? gst_message_parse_error : gst_message_parse_warning)(msg, &err, &debug);
         return msg ? std::string(err->message) + " | " + (debug ? debug : "") : "";
     }
 
@@ -268,6 +268,41 @@ TEST(Element, DevelopmentEqualsTheLibrary) {
         vqpRelease(&handle);
         EXPECT_EQ(pipe.error(0), "");
     }
+}
+
+// A setting the library refuses (here a black level above the white level) is a warning, and the frame
+// and the properties keep the last settings it took; back at every default the element converts plainly.
+TEST(Element, RefusedSettingsKeepTheLastAccepted) {
+    const VqgSinkFormat &f = *vqg_find_sink_format("rggb");
+    const VqgSrcFormat &o = *std::find_if(vqg_src_formats, vqg_src_formats + vqg_n_src_formats,
+                                          [](const VqgSrcFormat &s) { return s.format == GST_VIDEO_FORMAT_BGR; });
+    const struct { float black, white; bool refused; float inUse; } steps[] = {
+        {20, 0, false, 20}, {20, 10, true, 20}, {0, 0, false, 0}};
+    std::mt19937 rng(31);
+    Pipeline pipe("BGR");
+    for (const auto &s : steps) {
+        SCOPED_TRACE(::testing::Message() << "black " << s.black << " white " << s.white);
+        g_object_set(pipe.child("d"), "black-level", s.black, "white-level", s.white, NULL);
+        Frame fr = randomFrame(f, 24, 16, false, rng);
+        std::vector<uint8_t> want = reference(fr, o, VQP_METHOD_BILINEAR);
+        if (s.inUse != 0) {
+            ProcessingHandle *handle = nullptr;
+            const float black[4] = {s.inUse, s.inUse, s.inUse, s.inUse};
+            ImageFrame in{fr.height, fr.width, f.code, fr.bytes.data(), fr.width}, to{0, 0, 0, want.data(), 0};
+            ASSERT_EQ(vqpCreate(&handle), VQP_OK);
+            vqpSetBlackLevel(handle, black);
+            EXPECT_EQ(vqpDevelop(handle, &in, VQP_METHOD_BILINEAR, &to, 1), VQP_OK);
+            vqpRelease(&handle);
+        }
+        pipe.push(fr);
+        EXPECT_TRUE(pipe.pull() == want);
+        EXPECT_EQ(pipe.error(0, GST_MESSAGE_WARNING).find("VQP_ERR_BAD_PARAMETER") == 0, s.refused);
+        float black = -1, white = -1;
+        g_object_get(pipe.child("d"), "black-level", &black, "white-level", &white, NULL);
+        EXPECT_EQ(black, s.inUse);
+        EXPECT_EQ(white, 0);
+    }
+    EXPECT_EQ(pipe.error(0), "");
 }
 
 // What a broken upstream can send: the frame is refused, without a crash, by an error that names what
