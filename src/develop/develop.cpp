@@ -22,6 +22,7 @@
 #include "develop/develop.h"
 #include "simd/dispatch.h"
 #include "u16/parallel_u16.h"
+#include "u16/u16_common.h"
 #include "velqora.h"
 
 namespace vq::develop {
@@ -236,32 +237,18 @@ struct Reader {
     const unsigned char *base() const { return static_cast<const unsigned char *>(in.data); }
     bool oneRun() const { return f.kind == kPacked && in.stride == in.width + (in.width >> 1); }
 
-    // Row y as full samples.
+    // Row y as full samples (the full-depth path's own readers for deep and packed rows).
     void row(int32_t y, uint16_t *dst) const {
         const ptrdiff_t w = in.width;
+        const unsigned char *p = base() + ptrdiff_t{y} * in.stride;
         if (f.kind == kBytes) {
-            const unsigned char *p = base() + ptrdiff_t{y} * in.stride;
             for (ptrdiff_t x = 0; x < w; ++x) dst[x] = p[x];
         } else if (f.kind == kContainers) {
-            std::memcpy(dst, base() + ptrdiff_t{y} * in.stride, static_cast<size_t>(2 * w));
-            const uint16_t mask = static_cast<uint16_t>((1u << f.bits) - 1u);
-            for (ptrdiff_t x = 0; x < w; ++x) dst[x] = static_cast<uint16_t>(dst[x] & mask);
+            vq::u16::maskRun(p, w, f.bits, dst);
+        } else if (oneRun()) { // packed rows one run of samples: row y starts at sample y * w
+            vq::u16::unpackSpan(base(), ptrdiff_t{y} * w, ptrdiff_t{y + 1} * w, f.bits - 8, dst);
         } else {
-            const unsigned char *run = oneRun() ? base() : base() + ptrdiff_t{y} * in.stride;
-            const ptrdiff_t i0 = oneRun() ? ptrdiff_t{y} * w : 0;
-            const int low = f.bits - 8;
-            const unsigned lowMask = (1u << low) - 1u;
-            ptrdiff_t x = 0;
-            if (i0 & 1) { // the row starts with the second sample of a pair
-                const unsigned char *p = run + i0 / 2 * 3;
-                dst[x++] = static_cast<uint16_t>(unsigned{p[2]} << low | (p[1] >> 4 & lowMask));
-            }
-            const unsigned char *p = run + (i0 + x) / 2 * 3;
-            for (; x + 1 < w; x += 2, p += 3) {
-                dst[x] = static_cast<uint16_t>(unsigned{p[0]} << low | (p[1] & lowMask));
-                dst[x + 1] = static_cast<uint16_t>(unsigned{p[2]} << low | (p[1] >> 4 & lowMask));
-            }
-            if (x < w) dst[x] = static_cast<uint16_t>(unsigned{p[0]} << low | (p[1] & lowMask));
+            vq::u16::unpackSpan(p, 0, w, f.bits - 8, dst);
         }
     }
 };
@@ -269,40 +256,17 @@ struct Reader {
 // Row y through the tables of its sites: `even` for its even columns, `odd` for its odd ones.
 void balancedRow(const Reader &r, int32_t y, const uint16_t *even, const uint16_t *odd, uint16_t *dst) {
     const ptrdiff_t w = r.in.width;
-    const unsigned char *row = r.base() + ptrdiff_t{y} * r.in.stride;
     if (r.f.kind == kBytes) {
+        const unsigned char *row = r.base() + ptrdiff_t{y} * r.in.stride;
         ptrdiff_t x = 0;
         for (; x + 1 < w; x += 2) dst[x] = even[row[x]], dst[x + 1] = odd[row[x + 1]];
         if (x < w) dst[x] = even[row[x]];
-    } else if (r.f.kind == kContainers) {
-        const unsigned mask = (1u << r.f.bits) - 1u;
-        const auto at = [&](ptrdiff_t x) {
-            uint16_t v;
-            std::memcpy(&v, row + 2 * x, 2);
-            return v & mask;
-        };
-        ptrdiff_t x = 0;
-        for (; x + 1 < w; x += 2) dst[x] = even[at(x)], dst[x + 1] = odd[at(x + 1)];
-        if (x < w) dst[x] = even[at(x)];
-    } else {
-        const unsigned char *run = r.oneRun() ? r.base() : row;
-        const ptrdiff_t i0 = r.oneRun() ? ptrdiff_t{y} * w : 0;
-        const int low = r.f.bits - 8;
-        const unsigned lowMask = (1u << low) - 1u;
-        ptrdiff_t x = 0;
-        if (i0 & 1) { // the row starts with the second sample of a pair
-            const unsigned char *p = run + i0 / 2 * 3;
-            dst[x++] = even[unsigned{p[2]} << low | (p[1] >> 4 & lowMask)];
-        }
-        // Pairs from sample i0 + x on: which table a sample takes follows its column.
-        const unsigned char *p = run + (i0 + x) / 2 * 3;
-        const uint16_t *first = (x & 1) ? odd : even, *second = (x & 1) ? even : odd;
-        for (; x + 1 < w; x += 2, p += 3) {
-            dst[x] = first[unsigned{p[0]} << low | (p[1] & lowMask)];
-            dst[x + 1] = second[unsigned{p[2]} << low | (p[1] >> 4 & lowMask)];
-        }
-        if (x < w) dst[x] = first[unsigned{p[0]} << low | (p[1] & lowMask)];
+        return;
     }
+    r.row(y, dst); // full samples, then through the tables where they lie
+    ptrdiff_t x = 0;
+    for (; x + 1 < w; x += 2) dst[x] = even[dst[x]], dst[x + 1] = odd[dst[x + 1]];
+    if (x < w) dst[x] = even[dst[x]];
 }
 
 // The cells of rows y - 1 (`above`, even) and y into the sums, by the normalised samples.

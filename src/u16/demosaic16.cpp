@@ -29,6 +29,49 @@
 #include "u16/u16_common.h"
 #include "velqora.h"
 
+// Samples [i0, i1) of a run of packed pairs into dst[0 .. i1 - i0). A last sample without a partner is
+// read from its two bytes.
+void vq::u16::unpackSpan(const unsigned char *run, ptrdiff_t i0, ptrdiff_t i1, int lowBits, uint16_t *dst) {
+    const unsigned lowMask = (1u << lowBits) - 1u;
+    if (i0 >= i1) return;
+    if (i0 & 1) { // the second sample of a pair
+        const unsigned char *p = run + i0 / 2 * 3;
+        *dst++ = static_cast<uint16_t>(unsigned{p[2]} << lowBits | (p[1] >> 4 & lowMask));
+        ++i0;
+    }
+    ptrdiff_t i = i0;
+    if (const auto vector = vq::simd::table().u16UnpackSamples; vector != nullptr && i1 > i0) {
+        const ptrdiff_t bytes = 3 * ((i1 - i0) / 2) + 2 * ((i1 - i0) & 1); // what the loop below reads
+        i += 2 * vector(run + i0 / 2 * 3, (i1 - i0) / 2, bytes, lowBits, reinterpret_cast<unsigned char *>(dst));
+    }
+    for (; i + 1 < i1; i += 2) {
+        const unsigned char *p = run + i / 2 * 3;
+        dst[i - i0] = static_cast<uint16_t>(unsigned{p[0]} << lowBits | (p[1] & lowMask));
+        dst[i + 1 - i0] = static_cast<uint16_t>(unsigned{p[2]} << lowBits | (p[1] >> 4 & lowMask));
+    }
+    if (i < i1) {
+        const unsigned char *p = run + i / 2 * 3;
+        dst[i - i0] = static_cast<uint16_t>(unsigned{p[0]} << lowBits | (p[1] & lowMask));
+    }
+}
+
+// n samples of 16-bit containers at `row` (any address) into dst, bits above `bits` dropped.
+void vq::u16::maskRun(const unsigned char *row, ptrdiff_t n, int bits, uint16_t *dst) {
+    if (bits == 16) {
+        std::memcpy(dst, row, static_cast<size_t>(2 * n));
+        return;
+    }
+    const uint16_t mask = static_cast<uint16_t>((1u << bits) - 1u);
+    ptrdiff_t x = 0;
+    if (const auto vector = vq::simd::table().u16MaskSamples; vector != nullptr)
+        x = vector(row, n, mask, reinterpret_cast<unsigned char *>(dst));
+    for (; x < n; ++x) dst[x] = static_cast<uint16_t>(vq::u16::Src16{row}[x] & mask);
+}
+
+
+using vq::u16::maskRun;
+using vq::u16::unpackSpan;
+
 namespace {
 
 enum Phase { kRGGB = 0, kGRBG = 1, kGBRG = 2, kBGGR = 3 };
@@ -83,45 +126,6 @@ bool layoutOf(uint64_t config, Layout *layout) {
 }
 
 // ---- input ----------------------------------------------------------------------------------------
-
-// Samples [i0, i1) of a run of packed pairs into dst[0 .. i1 - i0). A last sample without a partner is
-// read from its two bytes.
-void unpackSpan(const unsigned char *run, ptrdiff_t i0, ptrdiff_t i1, int lowBits, uint16_t *dst) {
-    const unsigned lowMask = (1u << lowBits) - 1u;
-    if (i0 >= i1) return;
-    if (i0 & 1) { // the second sample of a pair
-        const unsigned char *p = run + i0 / 2 * 3;
-        *dst++ = static_cast<uint16_t>(unsigned{p[2]} << lowBits | (p[1] >> 4 & lowMask));
-        ++i0;
-    }
-    ptrdiff_t i = i0;
-    if (const auto vector = vq::simd::table().u16UnpackSamples; vector != nullptr && i1 > i0) {
-        const ptrdiff_t bytes = 3 * ((i1 - i0) / 2) + 2 * ((i1 - i0) & 1); // what the loop below reads
-        i += 2 * vector(run + i0 / 2 * 3, (i1 - i0) / 2, bytes, lowBits, reinterpret_cast<unsigned char *>(dst));
-    }
-    for (; i + 1 < i1; i += 2) {
-        const unsigned char *p = run + i / 2 * 3;
-        dst[i - i0] = static_cast<uint16_t>(unsigned{p[0]} << lowBits | (p[1] & lowMask));
-        dst[i + 1 - i0] = static_cast<uint16_t>(unsigned{p[2]} << lowBits | (p[1] >> 4 & lowMask));
-    }
-    if (i < i1) {
-        const unsigned char *p = run + i / 2 * 3;
-        dst[i - i0] = static_cast<uint16_t>(unsigned{p[0]} << lowBits | (p[1] & lowMask));
-    }
-}
-
-// n samples of 16-bit containers at `row` (any address) into dst, bits above `bits` dropped.
-void maskRun(const unsigned char *row, ptrdiff_t n, int bits, uint16_t *dst) {
-    if (bits == 16) {
-        std::memcpy(dst, row, static_cast<size_t>(2 * n));
-        return;
-    }
-    const uint16_t mask = static_cast<uint16_t>((1u << bits) - 1u);
-    ptrdiff_t x = 0;
-    if (const auto vector = vq::simd::table().u16MaskSamples; vector != nullptr)
-        x = vector(row, n, mask, reinterpret_cast<unsigned char *>(dst));
-    for (; x < n; ++x) dst[x] = static_cast<uint16_t>(vq::u16::Src16{row}[x] & mask);
-}
 
 // The bits set in any of n samples of 16-bit containers at `row` (any address).
 uint32_t orRun(const unsigned char *row, ptrdiff_t n) {

@@ -17,6 +17,13 @@ uint64_t bilinearBody(const uint16_t *src, uint16_t *dst, uint32_t height, uint3
 uint64_t bilinearBodyPlanar(const uint16_t *src, uint16_t *const planes[3], uint32_t height, uint32_t width,
                             const simd::FetchRows &fetch);
 
+// Deep input as full samples (demosaic16.cpp), vector interiors where the level has them. unpackSpan:
+// samples [i0, i1) of a run of packed pairs (`lowBits` 2 or 4 of each in the middle byte) into
+// dst[0 .. i1 - i0), a last sample without a partner read from its two bytes. maskRun: n samples of
+// 16-bit containers at `row` (any address) into dst, bits above `bits` dropped.
+void unpackSpan(const unsigned char *run, ptrdiff_t i0, ptrdiff_t i1, int lowBits, uint16_t *dst);
+void maskRun(const unsigned char *row, ptrdiff_t n, int bits, uint16_t *dst);
+
 // 16-bit samples at any byte address (a frame inside a packet buffer may start at an odd one): every
 // load and store goes through memcpy, which compilers turn into plain moves.
 struct Ref16 {
