@@ -488,9 +488,11 @@ TEST_F(LevelCheck, FullDepthInputAtEveryWidth) {
         }
 }
 
-// Development's colour matrix runs in vector lanes of single precision: every width, every phase of the
-// lanes, values from black to full scale, an ordinary camera matrix and one whose huge entries overflow
-// (infinities and NaNs, which the clamp takes to 0 and 65535), into 8 and 16-bit output.
+// Development runs in vector lanes of single precision (black, white and gains on the input; the matrix; the
+// 8-bit curve's quadratics; edge-directed colour split into planes): every width, every phase of the lanes,
+// values from black to full scale, an ordinary camera matrix with black levels and one whose huge entries
+// overflow (infinities and NaNs, which the clamp takes to 0 and 65535), sRGB and a gamma, bilinear and
+// edge-directed, into 8 and 16-bit output.
 TEST_F(LevelCheck, DevelopmentAtEveryWidth) {
     std::mt19937 rng(kSeed + 29);
     const float camera[9] = {1.72f, -0.55f, -0.17f, -0.21f, 1.48f, -0.27f, 0.04f, -0.51f, 1.47f};
@@ -504,8 +506,10 @@ TEST_F(LevelCheck, DevelopmentAtEveryWidth) {
                 std::memcpy(&raw[i], &v, 2);
             }
             for (const uint64_t config : {uint64_t{VQP_PIXEL_FORMAT_BGR8}, uint64_t{VQP_PIXEL_FORMAT_RGB16_PLANAR}})
+              for (const uint32_t method : {VQP_METHOD_BILINEAR, VQP_METHOD_EDGE})
                 ASSERT_TRUE(same("development " + std::to_string(h) + "x" + std::to_string(w) + " layout " +
-                                     std::to_string(config) + (matrix == huge ? ", huge matrix" : ""),
+                                     std::to_string(config) + " method " + std::to_string(method) +
+                                     (matrix == huge ? ", huge matrix" : ""),
                                  [&] {
                                      PageEnd in(raw.size());
                                      std::memcpy(in.data(), raw.data(), raw.size());
@@ -515,13 +519,16 @@ TEST_F(LevelCheck, DevelopmentAtEveryWidth) {
                                      const float gains[3] = {1.9f, 1.0f, 1.6f};
                                      vqpSetBalanceRatio(handle, gains);
                                      vqpSetColorTransformation(handle, matrix);
-                                     vqpSetTransfer(handle, VQP_TRANSFER_SRGB, 0);
+                                     const float black[4] = {60, 200, 150, 100};
+                                     if (matrix == camera) vqpSetBlackLevel(handle, black);
+                                     if (matrix == camera) vqpSetTransfer(handle, VQP_TRANSFER_SRGB, 0);
+                                     else vqpSetTransfer(handle, VQP_TRANSFER_GAMMA, 2.2f);
                                      const bool wide = config != VQP_PIXEL_FORMAT_BGR8;
                                      wide ? vqpDemosaicSetConfig16(handle, &config) : vqpDemosaicSetConfig(handle, &config);
                                      ImageFrame fi{h, w, VQP_PIXEL_FORMAT_BAYER_GB12, in.data(), 2 * w};
                                      ImageFrame fo{0, 0, 0, out.data(), 0};
-                                     const int32_t rc = wide ? vqpDevelop16(handle, &fi, VQP_METHOD_BILINEAR, &fo, 1)
-                                                             : vqpDevelop(handle, &fi, VQP_METHOD_BILINEAR, &fo, 1);
+                                     const int32_t rc = wide ? vqpDevelop16(handle, &fi, method, &fo, 1)
+                                                             : vqpDevelop(handle, &fi, method, &fo, 1);
                                      vqpRelease(&handle);
                                      std::vector<uint8_t> result(out.bytes);
                                      result.push_back(uint8_t(rc));

@@ -1,15 +1,18 @@
 // Development of a raw frame: black level, white level, white balance, demosaic, colour matrix and
 // transfer curve in one pass over bands of rows.
 //
-// Each band of rows is read once: its samples, at full depth, go through a table per site of the 2x2
-// pattern (black, white and gain folded into one lookup) into a balanced mosaic of 16-bit samples; the
+// Each band of rows is read once: its samples, at full depth, go through the black level, white level and
+// gain of their site (single precision, in vector lanes) into a balanced mosaic of 16-bit samples; the
 // full-depth demosaic turns the band, with a margin of rows above and below, into 16-bit camera colour;
-// and the store applies the matrix (fixed point, 20 fractional bits) and a table of the transfer curve
-// indexed by the 16-bit result, writing the output layout. The margins make each band's rows exactly
-// those of the whole frame's demosaic, so the bands are independent: threads take runs of them, and the
-// bytes do not depend on the thread count. Balance statistics are integer sums over a band's own 2x2
-// cells, added up after the pass, so they do not depend on it either.
+// and the store applies the matrix (single precision) and the transfer curve, writing the output layout.
+// The 8-bit curve is a quadratic per half octave of its input, evaluated in the same lanes as the matrix;
+// 16-bit output, and curves too steep for the quadratics, take a table indexed by the matrix's 16-bit
+// result. The margins make each band's rows exactly those of the whole frame's demosaic, so the bands are
+// independent: threads take runs of them, and the bytes do not depend on the thread count. Balance
+// statistics are integer sums over a band's own 2x2 cells, added up after the pass, so they do not depend
+// on it either.
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -125,13 +128,10 @@ struct Worker {
 
 struct TableKey {
     int bits = -1;
-    int phase = 0;
     float black[4] = {};
     float white = 0.0f;
-    float gain[3] = {};
     bool operator==(const TableKey &o) const {
-        return bits == o.bits && phase == o.phase && std::memcmp(black, o.black, sizeof black) == 0 &&
-               white == o.white && std::memcmp(gain, o.gain, sizeof gain) == 0;
+        return bits == o.bits && std::memcmp(black, o.black, sizeof black) == 0 && white == o.white;
     }
 };
 
@@ -145,12 +145,13 @@ struct CurveKey {
 } // namespace
 
 struct State {
-    TableKey balancedKey, normalKey;
-    std::vector<uint16_t> balanced; // per site, indexed by the sample: round(b x 65535)
+    TableKey normalKey;
     std::vector<uint16_t> normal;   // per site: round(n x 65535), for the statistics
     CurveKey curveKey;
     std::vector<uint8_t> curve8;    // indexed by the 16-bit value before the curve
     std::vector<uint16_t> curve16;
+    float quadratics[96];           // the 8-bit curve per segment of its input (see encodeRow)
+    bool quadratic = false;         // ... close enough to the curve to be used
     std::vector<Worker> workers;
     std::vector<unsigned char> compact; // padded 8-bit rows, packed for the plain conversion
     ~State() {
@@ -168,36 +169,24 @@ double whiteOf(const Settings &s, int bits) {
     return s.white == 0.0f ? static_cast<double>((1u << bits) - 1u) : static_cast<double>(s.white);
 }
 
-// Per site and sample value: round(min(clamp((s - black) / (white - black), 0, 1) x gain, 1) x 65535),
-// gains of 1 when `withGains` is false or the input is mono.
-void buildTable(const Settings &set, const Input &f, bool withGains, std::vector<uint16_t> &table) {
+// The statistics' table: per site and sample value, round(clamp((s - black) / (white - black), 0, 1) x 65535).
+const uint16_t *normalTable(const Settings &set, const Input &f, TableKey &key, std::vector<uint16_t> &table) {
+    TableKey want;
+    want.bits = f.bits;
+    std::memcpy(want.black, set.black, sizeof want.black);
+    want.white = set.white;
+    if (want == key) return table.data();
+    key = TableKey{}; // not valid while it is rebuilt (an allocation may fail)
     const size_t values = size_t{1} << f.bits;
     table.resize(4 * values);
     const double white = whiteOf(set, f.bits);
     for (int site = 0; site < 4; ++site) {
         const double black = set.black[site], scale = 1.0 / (white - black);
-        const double gain = withGains && f.phase != kMono ? double{set.gain[colourOf(f.phase, site)]} : 1.0;
         uint16_t *t = table.data() + site * values;
-        for (size_t v = 0; v < values; ++v) {
-            const double n = std::clamp((static_cast<double>(v) - black) * scale, 0.0, 1.0);
-            t[v] = static_cast<uint16_t>(std::lround(std::min(n * gain, 1.0) * 65535.0));
-        }
+        for (size_t v = 0; v < values; ++v)
+            t[v] = static_cast<uint16_t>(std::lround(std::clamp((static_cast<double>(v) - black) * scale, 0.0, 1.0) * 65535.0));
     }
-}
-
-const uint16_t *tableFor(const Settings &set, const Input &f, bool withGains, TableKey &key,
-                         std::vector<uint16_t> &table) {
-    TableKey want;
-    want.bits = f.bits;
-    want.phase = f.phase;
-    std::memcpy(want.black, set.black, sizeof want.black);
-    want.white = set.white;
-    if (withGains) std::memcpy(want.gain, set.gain, sizeof want.gain);
-    if (!(want == key)) {
-        key = TableKey{}; // not valid while it is rebuilt (an allocation may fail)
-        buildTable(set, f, withGains, table);
-        key = want;
-    }
+    key = want;
     return table.data();
 }
 
@@ -207,6 +196,72 @@ double transfer(uint32_t curve, double gamma, double c) {
     case VQP_TRANSFER_GAMMA: return std::pow(c, 1.0 / gamma);
     default: return c;
     }
+}
+
+// The 8-bit curve without a table: a quadratic in c' = c + 2 (c the matrix's result, 0 .. 65535, not
+// rounded) per segment of c', segment (bits of c' >> 22) & 31: c in [0, 1), [1, 2), then half octaves of c'
+// [4, 6), [6, 8) ... [49152, 65536), [65536, 65537], 31 in all. q holds the constant, linear and square
+// coefficients of each (32 apart).
+int segmentOf(float shifted) { return static_cast<int>(std::bit_cast<uint32_t>(shifted) >> 22) & 31; }
+
+// The byte of c: a + c' (b + c' d) + 0.5 truncated, single precision step by step (the fit keeps the sum
+// within -1 .. 256).
+uint8_t encodeByte(float c, const float *q) {
+    const float v = c + 2.0f;
+    const int k = segmentOf(v);
+    float e = q[k] + v * (q[32 + k] + v * q[64 + k]);
+    e += 0.5f;
+    return static_cast<uint8_t>(static_cast<int32_t>(e));
+}
+
+// Least-squares quadratics of 255 x transfer(c / 65535) on each segment; true when every one is within 0.15
+// of the curve in single precision (the first, c below 1, within 1 or as close as the table's value of c
+// rounded to 16 bits) and within -1.25 .. 255.25. Curves steeper than that (gammas far below 1, or above 2.5
+// near black) keep the table.
+bool fitQuadratics(const Settings &set, float *q) {
+    const auto curve = [&](double c) { return 255.0 * std::clamp(transfer(set.curve, set.gamma, c / 65535.0), 0.0, 1.0); };
+    const auto start = [](int k) { return std::ldexp(1.0 + 0.5 * ((k + 256) & 1), (k + 256) / 2 - 127); };
+    constexpr int kPoints = 256;
+    bool close = true;
+    for (int k = 0; k < 32; ++k) {
+        if (k > 30) {
+            q[k] = q[32 + k] = q[64 + k] = 0.0f;
+            continue;
+        }
+        const double lo = start(k), hi = k == 30 ? 65537.0 : start(k + 1); // of c'
+        // Normal equations in u = (c' - mid) / half, which keeps them well conditioned.
+        const double mid = 0.5 * (lo + hi), half = 0.5 * (hi - lo);
+        double s[5] = {}, t[3] = {};
+        for (int i = 0; i <= kPoints; ++i) {
+            const double u = -1.0 + 2.0 * i / kPoints, y = curve(mid + half * u - 2.0);
+            double p = 1.0;
+            for (int j = 0; j < 5; ++j) {
+                s[j] += p;
+                if (j < 3) t[j] += p * y;
+                p *= u;
+            }
+        }
+        double a[3][4] = {{s[0], s[1], s[2], t[0]}, {s[1], s[2], s[3], t[1]}, {s[2], s[3], s[4], t[2]}};
+        for (int i = 0; i < 3; ++i) // Gauss-Jordan; the system is symmetric positive definite
+            for (int r = 0; r < 3; ++r) {
+                if (r == i) continue;
+                const double f = a[r][i] / a[i][i];
+                for (int j = 0; j < 4; ++j) a[r][j] -= f * a[i][j];
+            }
+        const double al = a[0][3] / a[0][0], be = a[1][3] / a[1][1], ga = a[2][3] / a[2][2];
+        q[k] = static_cast<float>(al - be * mid / half + ga * mid * mid / (half * half));
+        q[32 + k] = static_cast<float>(be / half - 2.0 * ga * mid / (half * half));
+        q[64 + k] = static_cast<float>(ga / (half * half));
+        for (int i = 0; i <= 4 * kPoints && close; ++i) {
+            const float v = static_cast<float>(lo + (hi - lo) * i / (4 * kPoints));
+            if (segmentOf(v) != k) continue;
+            const double c = static_cast<double>(v) - 2.0;
+            const double limit = k == 0 ? std::max(1.0, std::abs(curve(std::round(c)) - curve(c))) : 0.15;
+            const double e = q[k] + v * (q[32 + k] + v * q[64 + k]);
+            close = std::abs(e - curve(c)) <= limit && e >= -1.25 && e <= 255.25;
+        }
+    }
+    return close;
 }
 
 void buildCurve(const Settings &set, bool wide, State &st) {
@@ -225,6 +280,7 @@ void buildCurve(const Settings &set, bool wide, State &st) {
         if (wide) st.curve16[c] = static_cast<uint16_t>(v);
         else st.curve8[c] = static_cast<uint8_t>(v);
     }
+    if (!wide) st.quadratic = fitQuadratics(set, st.quadratics);
     st.curveKey = want;
 }
 
@@ -253,20 +309,41 @@ struct Reader {
     }
 };
 
-// Row y through the tables of its sites: `even` for its even columns, `odd` for its odd ones.
-void balancedRow(const Reader &r, int32_t y, const uint16_t *even, const uint16_t *odd, uint16_t *dst) {
-    const ptrdiff_t w = r.in.width;
-    if (r.f.kind == kBytes) {
-        const unsigned char *row = r.base() + ptrdiff_t{y} * r.in.stride;
-        ptrdiff_t x = 0;
-        for (; x + 1 < w; x += 2) dst[x] = even[row[x]], dst[x + 1] = odd[row[x + 1]];
-        if (x < w) dst[x] = even[row[x]];
-        return;
+// Black level, white level and gain of a row's two sites: black, 1 / (white - black) and gain x 65535 of its
+// even columns, then of its odd ones (both factors at most 1e30, so that no product is NaN).
+struct Balance {
+    float p[6];
+};
+
+Balance balanceOf(const Settings &set, const Input &f, int rowParity) {
+    const double white = whiteOf(set, f.bits);
+    Balance b{};
+    for (int column = 0; column < 2; ++column) {
+        const int site = 2 * rowParity + column;
+        const double black = set.black[site];
+        const double gain = f.phase != kMono ? double{set.gain[colourOf(f.phase, site)]} : 1.0;
+        b.p[3 * column] = static_cast<float>(black);
+        b.p[3 * column + 1] = static_cast<float>(std::min(1.0 / (white - black), 1e30));
+        b.p[3 * column + 2] = static_cast<float>(std::min(gain * 65535.0, 1e30));
     }
-    r.row(y, dst); // full samples, then through the tables where they lie
+    return b;
+}
+
+// Full samples in place through their sites' balance: min(min(max((s - black) x inv, 0), 1) x gain, 65535)
+// + 0.5, truncated, single precision step by step (as the vector units do it).
+void balance(const uint16_t *s, uint16_t *d, ptrdiff_t w, const Balance &b) {
     ptrdiff_t x = 0;
-    for (; x + 1 < w; x += 2) dst[x] = even[dst[x]], dst[x + 1] = odd[dst[x + 1]];
-    if (x < w) dst[x] = even[dst[x]];
+    if (const auto vector = vq::simd::table().developBalance; vector != nullptr) x = vector(s, d, w, b.p);
+    for (; x < w; ++x) {
+        const float *p = b.p + 3 * (x & 1);
+        float n = (static_cast<float>(s[x]) - p[0]) * p[1];
+        n = n > 0.0f ? n : 0.0f;
+        n = n < 1.0f ? n : 1.0f;
+        float v = n * p[2];
+        v = v < 65535.0f ? v : 65535.0f;
+        v += 0.5f;
+        d[x] = static_cast<uint16_t>(static_cast<int32_t>(v));
+    }
 }
 
 // The cells of rows y - 1 (`above`, even) and y into the sums, by the normalised samples.
@@ -380,6 +457,7 @@ struct Store {
     ptrdiff_t n, w;  // pixels of the frame, of a row
     const uint8_t *curve8;
     const uint16_t *curve16;
+    const float *quadratics; // the 8-bit curve without its table (null: the table)
     bool identity;
     float m[9];      // the matrix, for blue, green, red out of blue, green, red
 
@@ -408,6 +486,51 @@ struct Store {
         }
     }
 
+    // Row y of 8-bit colour from camera blue, green and red (`step` apart, as for put) through the matrix
+    // and the curve's quadratics; `tmp` holds 3 bytes a pixel.
+    void encode(int32_t y, const uint16_t *b, const uint16_t *g, const uint16_t *r, ptrdiff_t step,
+                unsigned char *tmp) const {
+        const ptrdiff_t first = ptrdiff_t{y} * w;
+        unsigned char *e = format == VQP_PIXEL_FORMAT_BGR8 ? dst + 3 * first : tmp;
+        encodeRow(b, g, r, step, e);
+        if (e == tmp) writeRow(format, static_cast<const uint8_t *>(tmp), false, w, n, first, dst);
+    }
+
+    // B, G, R pixels into planes.
+    void split(const uint16_t *bgr, uint16_t *__restrict pb, uint16_t *__restrict pg, uint16_t *__restrict pr) const {
+        ptrdiff_t x = 0;
+        if (const auto vector = vq::simd::table().developSplit; vector != nullptr) {
+            uint16_t *const out[3] = {pb, pg, pr};
+            x = vector(bgr, w, out);
+        }
+        for (; x < w; ++x) pb[x] = bgr[3 * x], pg[x] = bgr[3 * x + 1], pr[x] = bgr[3 * x + 2];
+    }
+
+    // Camera colour through the matrix, c = min(max((m0 b + m1 g) + m2 r, 0), 65535) (a NaN to 0; the
+    // identity: c the sample), and encodeByte, into B, G, R bytes.
+    void encodeRow(const uint16_t *pb, const uint16_t *pg, const uint16_t *pr, ptrdiff_t step, unsigned char *e) const {
+        ptrdiff_t x = 0;
+        if (const auto vector = vq::simd::table().developEncode8; vector != nullptr) {
+            const uint16_t *const in[3] = {pb, pg, pr};
+            x = vector(in, step, e, w, identity ? nullptr : m, quadratics);
+        }
+        const auto clamp16 = [](float v) {
+            v = v > 0.0f ? v : 0.0f;
+            return v < 65535.0f ? v : 65535.0f;
+        };
+        for (; x < w; ++x) {
+            const float b = pb[step * x], g = pg[step * x], r = pr[step * x];
+            if (identity) {
+                e[3 * x] = encodeByte(b, quadratics), e[3 * x + 1] = encodeByte(g, quadratics);
+                e[3 * x + 2] = encodeByte(r, quadratics);
+                continue;
+            }
+            e[3 * x] = encodeByte(clamp16(m[0] * b + m[1] * g + m[2] * r), quadratics);
+            e[3 * x + 1] = encodeByte(clamp16(m[3] * b + m[4] * g + m[5] * r), quadratics);
+            e[3 * x + 2] = encodeByte(clamp16(m[6] * b + m[7] * g + m[8] * r), quadratics);
+        }
+    }
+
     // Camera blue, green and red (`step` samples a pixel apart: 3 for B, G, R pixels, 1 for planes) through
     // the matrix into three planes of blue, green and red, clamped to 16 bits. Single precision keeps a
     // hundredth of a step at 16 bits for entries within +-2; +0.5 and truncation round.
@@ -416,9 +539,8 @@ struct Store {
             mixPlanes(b, g, r, planes + 3 * w, planes + 4 * w, planes + 5 * w, w, m);
             return;
         }
-        uint16_t *__restrict pb = planes, *__restrict pg = planes + w, *__restrict pr = planes + 2 * w;
-        for (ptrdiff_t x = 0; x < w; ++x) pb[x] = b[step * x], pg[x] = g[step * x], pr[x] = r[step * x];
-        mixPlanes(pb, pg, pr, planes + 3 * w, planes + 4 * w, planes + 5 * w, w, m);
+        split(b, planes, planes + w, planes + 2 * w);
+        mixPlanes(planes, planes + w, planes + 2 * w, planes + 3 * w, planes + 4 * w, planes + 5 * w, w, m);
     }
 };
 
@@ -440,7 +562,8 @@ struct Pass {
     const Input f;
     int32_t h, w, band, bands;
     uint32_t method;
-    const uint16_t *balanced; // null: statistics only
+    bool writes;              // false: statistics only
+    Balance rowBalance[2];    // of even and odd rows
     const uint16_t *normal;   // null: no statistics
     const Store *store;
 
@@ -454,26 +577,22 @@ struct Pass {
         const int32_t s0 = std::max(0, y0 - margin), s1 = std::min(h, y1 + margin);
         const size_t values = size_t{1} << f.bits;
         uint16_t *rows[2] = {wk.samples.data(), wk.samples.data() + w};
-        for (int32_t y = balanced != nullptr ? s0 : y0; y < (balanced != nullptr ? s1 : y1); ++y) {
+        for (int32_t y = writes ? s0 : y0; y < (writes ? s1 : y1); ++y) {
             // Rows of counted cells: the band's own, a cell row in kCellRowStep.
             const bool counted = normal != nullptr && !mono && y >= y0 && y < y1 && y / 2 % kCellRowStep == 0;
-            if (balanced == nullptr && !counted) continue;
-            uint16_t *m = balanced != nullptr ? wk.mosaic.data() + ptrdiff_t{y - s0} * w : nullptr;
-            const uint16_t *even = balanced != nullptr ? balanced + ((y & 1) * 2) * values : nullptr;
-            const uint16_t *odd = even != nullptr ? even + values : nullptr;
-            if (!counted) { // straight through the tables
-                balancedRow(reader, y, even, odd, m);
+            if (!writes && !counted) continue;
+            uint16_t *m = writes ? wk.mosaic.data() + ptrdiff_t{y - s0} * w : nullptr;
+            if (!counted) { // full samples, balanced where they lie
+                reader.row(y, m);
+                balance(m, m, w, rowBalance[y & 1]);
                 continue;
             }
             uint16_t *s = rows[y & 1];
             reader.row(y, s);
             if ((y & 1) == 1) countCells(rows[0], rows[1], w, normal, values, f.phase, wk.sums);
-            if (balanced == nullptr) continue;
-            ptrdiff_t x = 0;
-            for (; x + 1 < w; x += 2) m[x] = even[s[x]], m[x + 1] = odd[s[x + 1]];
-            if (x < w) m[x] = even[s[x]];
+            if (writes) balance(s, m, w, rowBalance[y & 1]);
         }
-        if (balanced == nullptr) return VQP_OK;
+        if (!writes) return VQP_OK;
         if (mono) {
             for (int32_t y = y0; y < y1; ++y) {
                 const uint16_t *v = wk.mosaic.data() + ptrdiff_t{y - s0} * w;
@@ -494,6 +613,10 @@ struct Pass {
             const ptrdiff_t row = ptrdiff_t{y - s0} * w;
             const uint16_t *b = wk.camera.data() + (planes ? row : 3 * row);
             const uint16_t *g = planes ? b + plane : b + 1, *r = planes ? b + 2 * plane : b + 2;
+            if (store->quadratics != nullptr) {
+                store->encode(y, b, g, r, planes ? 1 : 3, wk.row.data());
+                continue;
+            }
             if (store->identity) {
                 store->put(y, b, g, r, planes ? 1 : 3, false, wk.row.data());
                 continue;
@@ -596,9 +719,9 @@ int32_t develop(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
 
         const bool measure = colour && writes && set.autoMode != VQP_BALANCE_WHITE_AUTO_OFF;
         const bool measureFirst = measure && (set.autoMode == VQP_BALANCE_WHITE_AUTO_ONCE || !set.primed);
-        const uint16_t *normal = measure ? tableFor(set, f, false, st.normalKey, st.normal) : nullptr;
+        const uint16_t *normal = measure ? normalTable(set, f, st.normalKey, st.normal) : nullptr;
         if (measureFirst) {
-            const Pass stats{reader, f, h, w, band, bands, method, nullptr, normal, nullptr};
+            const Pass stats{reader, f, h, w, band, bands, method, false, {}, normal, nullptr};
             const auto [rc, sums] = everyBand(stats);
             if (rc != VQP_OK) return rc;
             gainsOf(sums, set.gain);
@@ -607,7 +730,6 @@ int32_t develop(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
         }
         if (writes) {
             buildCurve(set, wide, st);
-            const uint16_t *balanced = tableFor(set, f, true, st.balancedKey, st.balanced);
             Store store{};
             store.format = static_cast<uint32_t>(config);
             store.wide = wide;
@@ -615,10 +737,12 @@ int32_t develop(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
             store.n = n, store.w = w;
             store.curve8 = st.curve8.data(), store.curve16 = st.curve16.data();
             store.identity = set.identity;
+            store.quadratics = !wide && st.quadratic ? st.quadratics : nullptr;
             for (int i = 0; i < 9; ++i) // the matrix maps R, G, B; the store works in B, G, R
                 store.m[3 * (2 - i / 3) + 2 - i % 3] = set.matrix[i];
             const bool gather = measure && !measureFirst;
-            const Pass pass{reader, f, h, w, band, bands, method, balanced, gather ? normal : nullptr, &store};
+            const Pass pass{reader, f, h, w, band, bands, method, true, {balanceOf(set, f, 0), balanceOf(set, f, 1)},
+                            gather ? normal : nullptr, &store};
             const auto [rc, sums] = everyBand(pass);
             if (rc != VQP_OK) return rc;
             float measured[3];

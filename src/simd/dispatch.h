@@ -140,6 +140,17 @@ struct Kernels16 {
     // Development's colour matrix on planes (src/simd/kernels16.h): in[] blue, green, red, out[] the same,
     // w pixels; returns the pixels done, a multiple of its width.
     ptrdiff_t (*developMix)(const uint16_t *const *in, uint16_t *const *out, ptrdiff_t w, const float *m) = nullptr;
+    // Development's input (black, white, gains) on full samples, d may be s; returns the samples done, a
+    // multiple of its width.
+    ptrdiff_t (*developBalance)(const uint16_t *s, uint16_t *d, ptrdiff_t w, const float *p) = nullptr;
+    // Camera pixels of three samples (blue, green, red) into planes: out[c][x] = bgr[3x + c] for x < w;
+    // returns the pixels done, a multiple of its width.
+    ptrdiff_t (*developSplit)(const uint16_t *bgr, ptrdiff_t w, uint16_t *const *out) = nullptr;
+    // Camera colour (planes in[0..2] when step is 1, B, G, R pixels at in[0] when it is 3) through the matrix
+    // (null: the identity) and the transfer curve's quadratics into 8-bit B, G, R pixels; returns the pixels
+    // done, a multiple of its width.
+    ptrdiff_t (*developEncode8)(const uint16_t *const *in, ptrdiff_t step, unsigned char *out, ptrdiff_t w,
+                                const float *m, const float *curve) = nullptr;
 };
 
 

@@ -289,6 +289,80 @@ ptrdiff_t mixPlanes(const uint16_t *const *in, uint16_t *const *out, ptrdiff_t w
     return x;
 }
 
+// Development's input: full samples through black level, white level and gain, the even and the odd
+// column's site alternating from an even column, as the scalar code computes them:
+// min(min(max((s - black) x inv, 0), 1) x gain, 65535) + 0.5, truncated. p: black, inv and gain of the even
+// column, then of the odd one. In place when d == s. NF samples at a time; returns the samples done.
+template <class O>
+ptrdiff_t balanceSamples(const uint16_t *s, uint16_t *d, ptrdiff_t w, const float *p) {
+    using F = typename O::F;
+    alignas(64) float lanes[3][O::NF];
+    for (int k = 0; k < 3; ++k)
+        for (int i = 0; i < O::NF; ++i) lanes[k][i] = p[3 * (i & 1) + k];
+    const F black = O::floadu(lanes[0]), inv = O::floadu(lanes[1]), gain = O::floadu(lanes[2]);
+    const F one = O::fset1(1.0f), top = O::fset1(65535.0f), half = O::fset1(0.5f);
+    ptrdiff_t x = 0;
+    for (; x + O::NF <= w; x += O::NF) {
+        const F n = O::fmin(O::fmaxZero(O::fmul(O::fsub(O::loadF(s + x), black), inv)), one);
+        O::storeF(d + x, O::fadd(O::fmin(O::fmul(n, gain), top), half));
+    }
+    return x;
+}
+
+// Development into 8-bit B, G, R pixels: camera blue, green and red (planes, or B, G, R pixels when
+// `pixels`) through the matrix m (blue, green, red out of blue, green, red; null: the identity),
+// c = min(max((m0 b + m1 g) + m2 r, 0), 65535), and the transfer curve as a quadratic per segment of
+// c' = c + 2 (curve: 32 constant, 32 linear, 32 square coefficients), e = a + c' (b' + c' d) + 0.5, whose
+// truncation is the byte (the coefficients keep e within -1 .. 256). As the scalar code computes it, NF pixels
+// at a time; returns the pixels done.
+template <class O, bool Pixels, bool Mix>
+ptrdiff_t encode8(const uint16_t *const *in, unsigned char *out, ptrdiff_t w, const float *m, const float *curve) {
+    using F = typename O::F;
+    F k[9];
+    for (int i = 0; i < 9 && Mix; ++i) k[i] = O::fset1(m[i]);
+    const auto ta = O::ftable(curve), tb = O::ftable(curve + 32), td = O::ftable(curve + 64);
+    const F top = O::fset1(65535.0f), two = O::fset1(2.0f), half = O::fset1(0.5f);
+    ptrdiff_t x = 0;
+    for (; x + O::NF <= w; x += O::NF) {
+        F b, g, r;
+        if constexpr (Pixels) O::loadF3(in[0] + 3 * x, b, g, r);
+        else b = O::loadF(in[0] + x), g = O::loadF(in[1] + x), r = O::loadF(in[2] + x);
+        F e[3];
+        for (int c = 0; c < 3; ++c) {
+            F v = c == 0 ? b : c == 1 ? g : r;
+            if constexpr (Mix)
+                v = O::fmin(O::fmaxZero(O::fadd(O::fadd(O::fmul(k[3 * c], b), O::fmul(k[3 * c + 1], g)), O::fmul(k[3 * c + 2], r))),
+                            top);
+            v = O::fadd(v, two);
+            const auto seg = O::fsegment(v);
+            e[c] = O::fadd(O::fadd(O::flookup(ta, seg), O::fmul(v, O::fadd(O::flookup(tb, seg), O::fmul(v, O::flookup(td, seg))))),
+                           half);
+        }
+        O::storeF3x8(out + 3 * x, e[0], e[1], e[2]);
+    }
+    return x;
+}
+
+template <class O>
+ptrdiff_t encodePlanes8(const uint16_t *const *in, ptrdiff_t step, unsigned char *out, ptrdiff_t w, const float *m,
+                        const float *curve) {
+    if (step == 3) return m != nullptr ? encode8<O, true, true>(in, out, w, m, curve) : encode8<O, true, false>(in, out, w, m, curve);
+    return m != nullptr ? encode8<O, false, true>(in, out, w, m, curve) : encode8<O, false, false>(in, out, w, m, curve);
+}
+
+// Camera pixels of three samples (blue, green, red) into planes, N pixels at a time; returns the pixels done.
+template <class O>
+ptrdiff_t splitPixels(const uint16_t *bgr, ptrdiff_t w, uint16_t *const *out) {
+    const unsigned char *p = reinterpret_cast<const unsigned char *>(bgr);
+    ptrdiff_t x = 0;
+    for (; x + O::N <= w; x += O::N) {
+        O::store16b(reinterpret_cast<unsigned char *>(out[0] + x), O::template channel3x16b<0>(p + 6 * x));
+        O::store16b(reinterpret_cast<unsigned char *>(out[1] + x), O::template channel3x16b<1>(p + 6 * x));
+        O::store16b(reinterpret_cast<unsigned char *>(out[2] + x), O::template channel3x16b<2>(p + 6 * x));
+    }
+    return x;
+}
+
 template <class O>
 constexpr vq::simd::Kernels16 makeKernels16() {
     vq::simd::Kernels16 t{};
@@ -299,6 +373,10 @@ constexpr vq::simd::Kernels16 makeKernels16() {
     t.u16BilinearRowsPlanar = rowsPlanar<O>;
     t.u16EdgePair = edgePair<O>;
     t.developMix = mixPlanes<O>;
+    t.developBalance = balanceSamples<O>;
+    t.developSplit = splitPixels<O>;
+    if constexpr (requires(typename O::F c) { O::flookup(O::ftable(nullptr), O::fsegment(c)); })
+        t.developEncode8 = encodePlanes8<O>; // where lanes can look up a table
     return t;
 }
 

@@ -198,6 +198,8 @@ struct NeonOps {
     static F fmaxZero(F a) { return vbslq_f32(vcgtq_f32(a, vdupq_n_f32(0)), a, vdupq_n_f32(0)); } // a NaN gives 0
     static F fmin(F a, F b) { return vminq_f32(a, b); }
     static void storeF(uint16_t *p, F v) { vst1_u16(p, vmovn_u32(vcvtq_u32_f32(v))); }
+    static F floadu(const float *p) { return vld1q_f32(p); }
+    static F fsub(F a, F b) { return vsubq_f32(a, b); }
 };
 
 

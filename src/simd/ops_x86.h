@@ -341,6 +341,38 @@ struct Avx2Ops {
         const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(i, i), 0x08);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(packed));
     }
+    static F floadu(const float *p) { return _mm256_loadu_ps(p); }
+    static F fsub(F a, F b) { return _mm256_sub_ps(a, b); }
+    // NF pixels of three samples (blue, green, red) as three vectors.
+    static void loadF3(const uint16_t *p, F &b, F &g, F &r) {
+        const __m128i p0 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)),
+                      p1 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 8)),
+                      p2 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 16));
+        // Each sample from the piece that holds it, then in order: the words of sample 0 .. 7 of a colour.
+        const auto f = [](__m128i v, char a, char b, char c, char d, char e, char f, char g, char h) {
+            const __m128i order = _mm_setr_epi8(2 * a, 2 * a + 1, 2 * b, 2 * b + 1, 2 * c, 2 * c + 1, 2 * d, 2 * d + 1,
+                                                2 * e, 2 * e + 1, 2 * f, 2 * f + 1, 2 * g, 2 * g + 1, 2 * h, 2 * h + 1);
+            return _mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(_mm_shuffle_epi8(v, order)));
+        };
+        b = f(_mm_blend_epi16(_mm_blend_epi16(p0, p1, 0x92), p2, 0x24), 0, 3, 6, 1, 4, 7, 2, 5);
+        g = f(_mm_blend_epi16(_mm_blend_epi16(p0, p1, 0x24), p2, 0x49), 1, 4, 7, 2, 5, 0, 3, 6);
+        r = f(_mm_blend_epi16(_mm_blend_epi16(p0, p1, 0x49), p2, 0x92), 2, 5, 0, 3, 6, 1, 4, 7);
+    }
+    // Lane i of a 32-entry table, i the segment of c in 2 .. 65537: (bits of c >> 22) & 31.
+    using FTable = const float *;
+    static FTable ftable(const float *t) { return t; }
+    static __m256i fsegment(F c) { return _mm256_and_si256(_mm256_srli_epi32(_mm256_castps_si256(c), 22), _mm256_set1_epi32(31)); }
+    static F flookup(FTable t, __m256i i) { return _mm256_i32gather_ps(t, i, 4); }
+    // NF pixels of blue, green and red already in 0 .. 255, truncated, as 3 x NF bytes B, G, R.
+    static void storeF3x8(unsigned char *p, F b, F g, F r) {
+        const __m256i px = _mm256_or_si256(_mm256_or_si256(_mm256_cvttps_epi32(b), _mm256_slli_epi32(_mm256_cvttps_epi32(g), 8)),
+                                           _mm256_slli_epi32(_mm256_cvttps_epi32(r), 16));
+        const __m256i lanes = _mm256_shuffle_epi8(px, _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1,
+                                                                        0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
+        const __m256i packed = _mm256_permutevar8x32_epi32(lanes, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 7, 7));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm256_castsi256_si128(packed));
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(p + 16), _mm256_extracti128_si256(packed, 1));
+    }
 };
 #endif
 
@@ -639,6 +671,37 @@ struct Avx512Ops {
     static F fmin(F a, F b) { return _mm512_min_ps(a, b); }
     static void storeF(uint16_t *p, F v) {
         _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), _mm512_cvtusepi32_epi16(_mm512_cvttps_epi32(v)));
+    }
+    static F floadu(const float *p) { return _mm512_loadu_ps(p); }
+    static F fsub(F a, F b) { return _mm512_sub_ps(a, b); }
+    // NF pixels of three samples (blue, green, red) as three vectors.
+    static void loadF3(const uint16_t *p, F &b, F &g, F &r) {
+        const __m512i lo = _mm512_loadu_si512(p), hi = _mm512_castsi256_si512(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(p + 32)));
+        const auto f = [&](int c) {
+            const __m512i index = _mm512_add_epi16(_mm512_set_epi16(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 45, 42, 39, 36,
+                                                                    33, 30, 27, 24, 21, 18, 15, 12, 9, 6, 3, 0),
+                                                   _mm512_set1_epi16(static_cast<short>(c)));
+            return _mm512_cvtepi32_ps(_mm512_cvtepu16_epi32(_mm512_castsi512_si256(_mm512_permutex2var_epi16(lo, index, hi))));
+        };
+        b = f(0), g = f(1), r = f(2);
+    }
+    // Lane i of a 32-entry table (two registers), i the segment of c in 2 .. 65537: (bits of c >> 22) & 31
+    // (the permutation reads the low five bits alone).
+    struct FTable {
+        __m512 lo, hi;
+    };
+    static FTable ftable(const float *t) { return {_mm512_loadu_ps(t), _mm512_loadu_ps(t + 16)}; }
+    static __m512i fsegment(F c) { return _mm512_srli_epi32(_mm512_castps_si512(c), 22); }
+    static F flookup(const FTable &t, __m512i i) { return _mm512_permutex2var_ps(t.lo, i, t.hi); }
+    // NF pixels of blue, green and red already in 0 .. 255, truncated, as 3 x NF bytes B, G, R.
+    static void storeF3x8(unsigned char *p, F b, F g, F r) {
+        const __m512i px = _mm512_or_si512(_mm512_or_si512(_mm512_cvttps_epi32(b), _mm512_slli_epi32(_mm512_cvttps_epi32(g), 8)),
+                                           _mm512_slli_epi32(_mm512_cvttps_epi32(r), 16));
+        const __m512i lanes = _mm512_shuffle_epi8(px, _mm512_broadcast_i32x4(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14,
+                                                                                          -1, -1, -1, -1)));
+        const __m512i packed =
+            _mm512_permutexvar_epi32(_mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 15, 15, 15, 15), lanes);
+        _mm512_mask_storeu_epi32(p, 0x0FFF, packed);
     }
 };
 #endif
