@@ -199,7 +199,8 @@ Settings randomSettings(int bits, int which, std::mt19937 &rng) {
     const float m[9] = {1.6f, -0.4f, -0.2f, -0.3f, 1.5f, -0.2f, 0.1f, -0.5f, 1.4f};
     for (int i = 0; i < 9; ++i) s.matrix[i] = m[i] + 0.1f * (u(rng) - 0.5f);
     s.curve = uint32_t(which % 3);
-    s.gamma = 2.2f;
+    const float gammas[] = {2.2f, 1.8f, 0.45f, 3.0f, 2.5f}; // some fit the 8-bit curve's cubics, some keep its table
+    s.gamma = gammas[which / 3 % 5];
     return s;
 }
 

@@ -489,7 +489,7 @@ TEST_F(LevelCheck, FullDepthInputAtEveryWidth) {
 }
 
 // Development runs in vector lanes of single precision (black, white and gains on the input; the matrix; the
-// 8-bit curve's quadratics; edge-directed colour split into planes): every width, every phase of the lanes,
+// 8-bit curve's cubics; edge-directed colour split into planes): every width, every phase of the lanes,
 // values from black to full scale, an ordinary camera matrix with black levels and one whose huge entries
 // overflow (infinities and NaNs, which the clamp takes to 0 and 65535), sRGB and a gamma, bilinear and
 // edge-directed, into 8 and 16-bit output.

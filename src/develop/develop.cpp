@@ -5,8 +5,8 @@
 // gain of their site (single precision, in vector lanes) into a balanced mosaic of 16-bit samples; the
 // full-depth demosaic turns the band, with a margin of rows above and below, into 16-bit camera colour;
 // and the store applies the matrix (single precision) and the transfer curve, writing the output layout.
-// The 8-bit curve is a quadratic per half octave of its input, evaluated in the same lanes as the matrix;
-// 16-bit output, and curves too steep for the quadratics, take a table indexed by the matrix's 16-bit
+// The 8-bit curve is a cubic per octave of its input, evaluated in the same lanes as the matrix;
+// 16-bit output, and curves too steep for the cubics, take a table indexed by the matrix's 16-bit
 // result. The margins make each band's rows exactly those of the whole frame's demosaic, so the bands are
 // independent: threads take runs of them, and the bytes do not depend on the thread count. Balance
 // statistics are integer sums over a band's own 2x2 cells, added up after the pass, so they do not depend
@@ -150,8 +150,8 @@ struct State {
     CurveKey curveKey;
     std::vector<uint8_t> curve8;    // indexed by the 16-bit value before the curve
     std::vector<uint16_t> curve16;
-    float quadratics[96];           // the 8-bit curve per segment of its input (see encodeRow)
-    bool quadratic = false;         // ... close enough to the curve to be used
+    float cubics[64];               // the 8-bit curve per octave of its input (see encodeByte)
+    bool cubic = false;             // ... close enough to the curve to be used
     std::vector<Worker> workers;
     std::vector<unsigned char> compact; // padded 8-bit rows, packed for the plain conversion
     ~State() {
@@ -198,66 +198,66 @@ double transfer(uint32_t curve, double gamma, double c) {
     }
 }
 
-// The 8-bit curve without a table: a quadratic in c' = c + 2 (c the matrix's result, 0 .. 65535, not
-// rounded) per segment of c', segment (bits of c' >> 22) & 31: c in [0, 1), [1, 2), then half octaves of c'
-// [4, 6), [6, 8) ... [49152, 65536), [65536, 65537], 31 in all. q holds the constant, linear and square
-// coefficients of each (32 apart).
-int segmentOf(float shifted) { return static_cast<int>(std::bit_cast<uint32_t>(shifted) >> 22) & 31; }
+// The 8-bit curve without a table: a cubic in c' = c + 2 (c the matrix's result, 0 .. 65535, not rounded)
+// per octave of c', [2, 4), [4, 8) ... [32768, 65536), [65536, 65537], found as (bits of c' >> 23) & 15.
+// q holds the 16 constant coefficients, then the linear, square and cube ones.
+int octaveOf(float shifted) { return static_cast<int>(std::bit_cast<uint32_t>(shifted) >> 23) & 15; }
 
-// The byte of c: a + c' (b + c' d) + 0.5 truncated, single precision step by step (the fit keeps the sum
-// within -1 .. 256).
+// The byte of c: q0 + c' (q1 + c' (q2 + c' q3)) + 0.5 truncated, single precision step by step (the fit
+// keeps the sum within -1 .. 256).
 uint8_t encodeByte(float c, const float *q) {
     const float v = c + 2.0f;
-    const int k = segmentOf(v);
-    float e = q[k] + v * (q[32 + k] + v * q[64 + k]);
+    const int k = octaveOf(v);
+    float e = q[k] + v * (q[16 + k] + v * (q[32 + k] + v * q[48 + k]));
     e += 0.5f;
     return static_cast<uint8_t>(static_cast<int32_t>(e));
 }
 
-// Least-squares quadratics of 255 x transfer(c / 65535) on each segment; true when every one is within 0.15
-// of the curve in single precision (the first, c below 1, within 1 or as close as the table's value of c
-// rounded to 16 bits) and within -1.25 .. 255.25. Curves steeper than that (gammas far below 1, or above 2.5
-// near black) keep the table.
-bool fitQuadratics(const Settings &set, float *q) {
+// Least-squares cubics of 255 x transfer(c / 65535) on each octave; true when every one is within 0.15 of the
+// curve in single precision (the first, c below 2, within 1 or as close as the table's value of c rounded to
+// 16 bits) and within -1.25 .. 255.25. Curves steeper than that (gammas far below 1, or above 2.5 near black)
+// keep the table.
+bool fitCubics(const Settings &set, float *q) {
     const auto curve = [&](double c) { return 255.0 * std::clamp(transfer(set.curve, set.gamma, c / 65535.0), 0.0, 1.0); };
-    const auto start = [](int k) { return std::ldexp(1.0 + 0.5 * ((k + 256) & 1), (k + 256) / 2 - 127); };
-    constexpr int kPoints = 256;
+    constexpr int kPoints = 512;
     bool close = true;
-    for (int k = 0; k < 32; ++k) {
-        if (k > 30) {
-            q[k] = q[32 + k] = q[64 + k] = 0.0f;
-            continue;
-        }
-        const double lo = start(k), hi = k == 30 ? 65537.0 : start(k + 1); // of c'
+    for (int k = 0; k < 16; ++k) {
+        const double lo = std::ldexp(1.0, k + 1), hi = k == 15 ? 65537.0 : 2.0 * lo; // of c'
         // Normal equations in u = (c' - mid) / half, which keeps them well conditioned.
         const double mid = 0.5 * (lo + hi), half = 0.5 * (hi - lo);
-        double s[5] = {}, t[3] = {};
+        double a[4][5] = {};
         for (int i = 0; i <= kPoints; ++i) {
             const double u = -1.0 + 2.0 * i / kPoints, y = curve(mid + half * u - 2.0);
-            double p = 1.0;
-            for (int j = 0; j < 5; ++j) {
-                s[j] += p;
-                if (j < 3) t[j] += p * y;
-                p *= u;
+            const double p[4] = {1.0, u, u * u, u * u * u};
+            for (int r = 0; r < 4; ++r) {
+                for (int j = 0; j < 4; ++j) a[r][j] += p[r] * p[j];
+                a[r][4] += p[r] * y;
             }
         }
-        double a[3][4] = {{s[0], s[1], s[2], t[0]}, {s[1], s[2], s[3], t[1]}, {s[2], s[3], s[4], t[2]}};
-        for (int i = 0; i < 3; ++i) // Gauss-Jordan; the system is symmetric positive definite
-            for (int r = 0; r < 3; ++r) {
+        for (int i = 0; i < 4; ++i) // Gauss-Jordan; the system is symmetric positive definite
+            for (int r = 0; r < 4; ++r) {
                 if (r == i) continue;
                 const double f = a[r][i] / a[i][i];
-                for (int j = 0; j < 4; ++j) a[r][j] -= f * a[i][j];
+                for (int j = 0; j < 5; ++j) a[r][j] -= f * a[i][j];
             }
-        const double al = a[0][3] / a[0][0], be = a[1][3] / a[1][1], ga = a[2][3] / a[2][2];
-        q[k] = static_cast<float>(al - be * mid / half + ga * mid * mid / (half * half));
-        q[32 + k] = static_cast<float>(be / half - 2.0 * ga * mid / (half * half));
-        q[64 + k] = static_cast<float>(ga / (half * half));
-        for (int i = 0; i <= 4 * kPoints && close; ++i) {
-            const float v = static_cast<float>(lo + (hi - lo) * i / (4 * kPoints));
-            if (segmentOf(v) != k) continue;
+        // The cubic in u, then in c' = mid + half u: expand (c' - mid)^j / half^j.
+        double inU[4], inC[4] = {};
+        for (int j = 0; j < 4; ++j) inU[j] = a[j][4] / a[j][j];
+        for (int j = 0; j < 4; ++j) {
+            const double scale = inU[j] / std::pow(half, j);
+            double binomial = 1.0; // C(j, i) (-mid)^(j - i) for i = j down to 0
+            for (int i = j; i >= 0; --i) {
+                inC[i] += scale * binomial;
+                binomial *= -mid * i / (j - i + 1);
+            }
+        }
+        for (int j = 0; j < 4; ++j) q[16 * j + k] = static_cast<float>(inC[j]);
+        for (int i = 0; i <= 8 * kPoints && close; ++i) {
+            const float v = static_cast<float>(lo + (hi - lo) * i / (8 * kPoints));
+            if (octaveOf(v) != k) continue;
             const double c = static_cast<double>(v) - 2.0;
             const double limit = k == 0 ? std::max(1.0, std::abs(curve(std::round(c)) - curve(c))) : 0.15;
-            const double e = q[k] + v * (q[32 + k] + v * q[64 + k]);
+            const double e = q[k] + v * (q[16 + k] + v * (q[32 + k] + v * q[48 + k]));
             close = std::abs(e - curve(c)) <= limit && e >= -1.25 && e <= 255.25;
         }
     }
@@ -280,7 +280,7 @@ void buildCurve(const Settings &set, bool wide, State &st) {
         if (wide) st.curve16[c] = static_cast<uint16_t>(v);
         else st.curve8[c] = static_cast<uint8_t>(v);
     }
-    if (!wide) st.quadratic = fitQuadratics(set, st.quadratics);
+    if (!wide) st.cubic = fitCubics(set, st.cubics);
     st.curveKey = want;
 }
 
@@ -457,7 +457,7 @@ struct Store {
     ptrdiff_t n, w;  // pixels of the frame, of a row
     const uint8_t *curve8;
     const uint16_t *curve16;
-    const float *quadratics; // the 8-bit curve without its table (null: the table)
+    const float *cubics; // the 8-bit curve without its table (null: the table)
     bool identity;
     float m[9];      // the matrix, for blue, green, red out of blue, green, red
 
@@ -487,7 +487,7 @@ struct Store {
     }
 
     // Row y of 8-bit colour from camera blue, green and red (`step` apart, as for put) through the matrix
-    // and the curve's quadratics; `tmp` holds 3 bytes a pixel.
+    // and the curve's cubics; `tmp` holds 3 bytes a pixel.
     void encode(int32_t y, const uint16_t *b, const uint16_t *g, const uint16_t *r, ptrdiff_t step,
                 unsigned char *tmp) const {
         const ptrdiff_t first = ptrdiff_t{y} * w;
@@ -512,7 +512,7 @@ struct Store {
         ptrdiff_t x = 0;
         if (const auto vector = vq::simd::table().developEncode8; vector != nullptr) {
             const uint16_t *const in[3] = {pb, pg, pr};
-            x = vector(in, step, e, w, identity ? nullptr : m, quadratics);
+            x = vector(in, step, e, w, identity ? nullptr : m, cubics);
         }
         const auto clamp16 = [](float v) {
             v = v > 0.0f ? v : 0.0f;
@@ -521,13 +521,13 @@ struct Store {
         for (; x < w; ++x) {
             const float b = pb[step * x], g = pg[step * x], r = pr[step * x];
             if (identity) {
-                e[3 * x] = encodeByte(b, quadratics), e[3 * x + 1] = encodeByte(g, quadratics);
-                e[3 * x + 2] = encodeByte(r, quadratics);
+                e[3 * x] = encodeByte(b, cubics), e[3 * x + 1] = encodeByte(g, cubics);
+                e[3 * x + 2] = encodeByte(r, cubics);
                 continue;
             }
-            e[3 * x] = encodeByte(clamp16(m[0] * b + m[1] * g + m[2] * r), quadratics);
-            e[3 * x + 1] = encodeByte(clamp16(m[3] * b + m[4] * g + m[5] * r), quadratics);
-            e[3 * x + 2] = encodeByte(clamp16(m[6] * b + m[7] * g + m[8] * r), quadratics);
+            e[3 * x] = encodeByte(clamp16(m[0] * b + m[1] * g + m[2] * r), cubics);
+            e[3 * x + 1] = encodeByte(clamp16(m[3] * b + m[4] * g + m[5] * r), cubics);
+            e[3 * x + 2] = encodeByte(clamp16(m[6] * b + m[7] * g + m[8] * r), cubics);
         }
     }
 
@@ -613,7 +613,7 @@ struct Pass {
             const ptrdiff_t row = ptrdiff_t{y - s0} * w;
             const uint16_t *b = wk.camera.data() + (planes ? row : 3 * row);
             const uint16_t *g = planes ? b + plane : b + 1, *r = planes ? b + 2 * plane : b + 2;
-            if (store->quadratics != nullptr) {
+            if (store->cubics != nullptr) {
                 store->encode(y, b, g, r, planes ? 1 : 3, wk.row.data());
                 continue;
             }
@@ -737,7 +737,7 @@ int32_t develop(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
             store.n = n, store.w = w;
             store.curve8 = st.curve8.data(), store.curve16 = st.curve16.data();
             store.identity = set.identity;
-            store.quadratics = !wide && st.quadratic ? st.quadratics : nullptr;
+            store.cubics = !wide && st.cubic ? st.cubics : nullptr;
             for (int i = 0; i < 9; ++i) // the matrix maps R, G, B; the store works in B, G, R
                 store.m[3 * (2 - i / 3) + 2 - i % 3] = set.matrix[i];
             const bool gather = measure && !measureFirst;

@@ -147,7 +147,7 @@ struct Kernels16 {
     // returns the pixels done, a multiple of its width.
     ptrdiff_t (*developSplit)(const uint16_t *bgr, ptrdiff_t w, uint16_t *const *out) = nullptr;
     // Camera colour (planes in[0..2] when step is 1, B, G, R pixels at in[0] when it is 3) through the matrix
-    // (null: the identity) and the transfer curve's quadratics into 8-bit B, G, R pixels; returns the pixels
+    // (null: the identity) and the transfer curve's cubics into 8-bit B, G, R pixels; returns the pixels
     // done, a multiple of its width.
     ptrdiff_t (*developEncode8)(const uint16_t *const *in, ptrdiff_t step, unsigned char *out, ptrdiff_t w,
                                 const float *m, const float *curve) = nullptr;

@@ -200,6 +200,28 @@ struct NeonOps {
     static void storeF(uint16_t *p, F v) { vst1_u16(p, vmovn_u32(vcvtq_u32_f32(v))); }
     static F floadu(const float *p) { return vld1q_f32(p); }
     static F fsub(F a, F b) { return vsubq_f32(a, b); }
+    // NF pixels of three samples (blue, green, red) as three vectors.
+    static void loadF3(const uint16_t *p, F &b, F &g, F &r) {
+        const uint16x4x3_t v = vld3_u16(p);
+        b = vcvtq_f32_u32(vmovl_u16(v.val[0])), g = vcvtq_f32_u32(vmovl_u16(v.val[1])), r = vcvtq_f32_u32(vmovl_u16(v.val[2]));
+    }
+    // Lane i of a 16-entry table (64 bytes), i the octave of c in 2 .. 65537: (bits of c >> 23) & 15.
+    using FTable = uint8x16x4_t;
+    static FTable ftable(const float *t) { return vld1q_u8_x4(reinterpret_cast<const uint8_t *>(t)); }
+    static uint32x4_t fsegment(F c) { return vandq_u32(vshrq_n_u32(vreinterpretq_u32_f32(c), 23), vdupq_n_u32(15)); }
+    static F flookup(const FTable &t, uint32x4_t i) {
+        const uint32x4_t bytes = vorrq_u32(vmulq_n_u32(i, 0x04040404u), vdupq_n_u32(0x03020100u));
+        return vreinterpretq_f32_u8(vqtbl4q_u8(t, vreinterpretq_u8_u32(bytes)));
+    }
+    // NF pixels of blue, green and red already in 0 .. 255, truncated, as 3 x NF bytes B, G, R.
+    static void storeF3x8(unsigned char *p, F b, F g, F r) {
+        const uint32x4_t px = vorrq_u32(vorrq_u32(vcvtq_u32_f32(b), vshlq_n_u32(vcvtq_u32_f32(g), 8)),
+                                        vshlq_n_u32(vcvtq_u32_f32(r), 16));
+        static constexpr uint8_t kOrder[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 255, 255, 255, 255};
+        const uint8x16_t packed = vqtbl1q_u8(vreinterpretq_u8_u32(px), vld1q_u8(kOrder));
+        vst1_u8(p, vget_low_u8(packed));
+        vst1q_lane_u32(reinterpret_cast<uint32_t *>(p + 8), vreinterpretq_u32_u8(packed), 2);
+    }
 };
 
 

@@ -358,11 +358,17 @@ struct Avx2Ops {
         g = f(_mm_blend_epi16(_mm_blend_epi16(p0, p1, 0x24), p2, 0x49), 1, 4, 7, 2, 5, 0, 3, 6);
         r = f(_mm_blend_epi16(_mm_blend_epi16(p0, p1, 0x49), p2, 0x92), 2, 5, 0, 3, 6, 1, 4, 7);
     }
-    // Lane i of a 32-entry table, i the segment of c in 2 .. 65537: (bits of c >> 22) & 31.
-    using FTable = const float *;
-    static FTable ftable(const float *t) { return t; }
-    static __m256i fsegment(F c) { return _mm256_and_si256(_mm256_srli_epi32(_mm256_castps_si256(c), 22), _mm256_set1_epi32(31)); }
-    static F flookup(FTable t, __m256i i) { return _mm256_i32gather_ps(t, i, 4); }
+    // Lane i of a 16-entry table (two registers), i the octave of c in 2 .. 65537: (bits of c >> 23) & 15
+    // (the permutation reads the low three bits, the blend the fourth).
+    struct FTable {
+        __m256 lo, hi;
+    };
+    static FTable ftable(const float *t) { return {_mm256_loadu_ps(t), _mm256_loadu_ps(t + 8)}; }
+    static __m256i fsegment(F c) { return _mm256_srli_epi32(_mm256_castps_si256(c), 23); }
+    static F flookup(const FTable &t, __m256i i) {
+        return _mm256_blendv_ps(_mm256_permutevar8x32_ps(t.lo, i), _mm256_permutevar8x32_ps(t.hi, i),
+                                _mm256_castsi256_ps(_mm256_slli_epi32(i, 28)));
+    }
     // NF pixels of blue, green and red already in 0 .. 255, truncated, as 3 x NF bytes B, G, R.
     static void storeF3x8(unsigned char *p, F b, F g, F r) {
         const __m256i px = _mm256_or_si256(_mm256_or_si256(_mm256_cvttps_epi32(b), _mm256_slli_epi32(_mm256_cvttps_epi32(g), 8)),
@@ -685,14 +691,12 @@ struct Avx512Ops {
         };
         b = f(0), g = f(1), r = f(2);
     }
-    // Lane i of a 32-entry table (two registers), i the segment of c in 2 .. 65537: (bits of c >> 22) & 31
-    // (the permutation reads the low five bits alone).
-    struct FTable {
-        __m512 lo, hi;
-    };
-    static FTable ftable(const float *t) { return {_mm512_loadu_ps(t), _mm512_loadu_ps(t + 16)}; }
-    static __m512i fsegment(F c) { return _mm512_srli_epi32(_mm512_castps_si512(c), 22); }
-    static F flookup(const FTable &t, __m512i i) { return _mm512_permutex2var_ps(t.lo, i, t.hi); }
+    // Lane i of a 16-entry table, i the octave of c in 2 .. 65537: (bits of c >> 23) & 15 (the
+    // permutation reads the low four bits alone).
+    using FTable = __m512;
+    static FTable ftable(const float *t) { return _mm512_loadu_ps(t); }
+    static __m512i fsegment(F c) { return _mm512_srli_epi32(_mm512_castps_si512(c), 23); }
+    static F flookup(FTable t, __m512i i) { return _mm512_permutexvar_ps(i, t); }
     // NF pixels of blue, green and red already in 0 .. 255, truncated, as 3 x NF bytes B, G, R.
     static void storeF3x8(unsigned char *p, F b, F g, F r) {
         const __m512i px = _mm512_or_si512(_mm512_or_si512(_mm512_cvttps_epi32(b), _mm512_slli_epi32(_mm512_cvttps_epi32(g), 8)),
