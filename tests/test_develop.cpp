@@ -299,8 +299,8 @@ TEST(Develop, NeutralSettingsGiveThePlainConversions) {
                 ASSERT_EQ(developed, plain) << kPhaseNames[phase] << " method " << method << " layout " << l;
             }
         }
-    // Frames of one band, two bands (at most 256 rows a band, fewer on wide rows) and several.
-    for (const auto &size : {std::pair{9, 8}, std::pair{300, 64}, std::pair{301, 67}, std::pair{151, 4100}})
+    // Frames of one band, two bands (at most 1024 rows a band, fewer on wide rows) and several.
+    for (const auto &size : {std::pair{9, 8}, std::pair{1100, 64}, std::pair{2101, 67}, std::pair{600, 4100}})
         for (int phase = 0; phase < (size.second > 1000 ? 1 : 4); ++phase)
             for (uint32_t method : {VQP_METHOD_NEAREST, VQP_METHOD_BILINEAR, VQP_METHOD_EDGE}) {
                 const auto [h, w] = size;
@@ -381,7 +381,7 @@ TEST(Develop, RefusedSettingsChangeNothing) {
 // its own frame and returns to OFF; CONTINUOUS measures its first frame, then follows the scene within
 // 1% after 8 frames; the gains and bytes are the same for every thread count.
 TEST(Develop, AutomaticBalance) {
-    const int h = 600, w = 128; // three bands of rows, for the threads
+    const int h = 2100, w = 64; // three bands of rows, for the threads
     const auto scene = [&](double r, double g, double b, std::mt19937 &rng) { // a grey of each 2x2 cell, RGGB
         std::vector<uint16_t> s(size_t(h) * w);
         std::uniform_real_distribution<double> level(0.1, 0.7);
