@@ -126,15 +126,6 @@ struct Worker {
     Sums sums;
 };
 
-struct TableKey {
-    int bits = -1;
-    float black[4] = {};
-    float white = 0.0f;
-    bool operator==(const TableKey &o) const {
-        return bits == o.bits && std::memcmp(black, o.black, sizeof black) == 0 && white == o.white;
-    }
-};
-
 struct CurveKey {
     int curve = -1;
     float gamma = 0.0f;
@@ -145,8 +136,6 @@ struct CurveKey {
 } // namespace
 
 struct State {
-    TableKey normalKey;
-    std::vector<uint16_t> normal;   // per site: round(n x 65535), for the statistics
     CurveKey curveKey;
     std::vector<uint8_t> curve8;    // indexed by the 16-bit value before the curve
     std::vector<uint16_t> curve16;
@@ -167,27 +156,6 @@ namespace {
 
 double whiteOf(const Settings &s, int bits) {
     return s.white == 0.0f ? static_cast<double>((1u << bits) - 1u) : static_cast<double>(s.white);
-}
-
-// The statistics' table: per site and sample value, round(clamp((s - black) / (white - black), 0, 1) x 65535).
-const uint16_t *normalTable(const Settings &set, const Input &f, TableKey &key, std::vector<uint16_t> &table) {
-    TableKey want;
-    want.bits = f.bits;
-    std::memcpy(want.black, set.black, sizeof want.black);
-    want.white = set.white;
-    if (want == key) return table.data();
-    key = TableKey{}; // not valid while it is rebuilt (an allocation may fail)
-    const size_t values = size_t{1} << f.bits;
-    table.resize(4 * values);
-    const double white = whiteOf(set, f.bits);
-    for (int site = 0; site < 4; ++site) {
-        const double black = set.black[site], scale = 1.0 / (white - black);
-        uint16_t *t = table.data() + site * values;
-        for (size_t v = 0; v < values; ++v)
-            t[v] = static_cast<uint16_t>(std::lround(std::clamp((static_cast<double>(v) - black) * scale, 0.0, 1.0) * 65535.0));
-    }
-    key = want;
-    return table.data();
 }
 
 double transfer(uint32_t curve, double gamma, double c) {
@@ -315,13 +283,13 @@ struct Balance {
     float p[6];
 };
 
-Balance balanceOf(const Settings &set, const Input &f, int rowParity) {
+Balance balanceOf(const Settings &set, const Input &f, int rowParity, bool withGains = true) {
     const double white = whiteOf(set, f.bits);
     Balance b{};
     for (int column = 0; column < 2; ++column) {
         const int site = 2 * rowParity + column;
         const double black = set.black[site];
-        const double gain = f.phase != kMono ? double{set.gain[colourOf(f.phase, site)]} : 1.0;
+        const double gain = withGains && f.phase != kMono ? double{set.gain[colourOf(f.phase, site)]} : 1.0;
         b.p[3 * column] = static_cast<float>(black);
         b.p[3 * column + 1] = static_cast<float>(std::min(1.0 / (white - black), 1e30));
         b.p[3 * column + 2] = static_cast<float>(std::min(gain * 65535.0, 1e30));
@@ -346,23 +314,18 @@ void balance(const uint16_t *s, uint16_t *d, ptrdiff_t w, const Balance &b) {
     }
 }
 
-// The cells of rows y - 1 (`above`, even) and y into the sums, by the normalised samples.
-void countCells(const uint16_t *above, const uint16_t *below, ptrdiff_t w, const uint16_t *normal, size_t values,
-                int phase, Sums &sums) {
-    const uint16_t *t[4] = {normal, normal + values, normal + 2 * values, normal + 3 * values};
-    int red = 0, blue = 0;
-    for (int site = 0; site < 4; ++site) {
-        if (colourOf(phase, site) == 0) red = site;
-        if (colourOf(phase, site) == 2) blue = site;
-    }
+// The cells of rows y - 1 (`above`, even) and y into the sums, by their normalised samples (n x 65535).
+void countCells(const uint16_t *above, const uint16_t *below, ptrdiff_t w, int phase, Sums &sums) {
+    const ptrdiff_t rc = kRedColumn[phase];
+    const uint16_t *redRow = kRedRow[phase] ? below : above, *blueRow = kRedRow[phase] ? above : below;
+    uint64_t red = 0, green = 0, blue = 0, cells = 0;
     for (ptrdiff_t x = 0; x + 1 < w; x += 2) {
-        const uint32_t n[4] = {t[0][above[x]], t[1][above[x + 1]], t[2][below[x]], t[3][below[x + 1]]};
-        const uint32_t greens = n[0] + n[1] + n[2] + n[3] - n[red] - n[blue];
+        const uint32_t r = redRow[x + rc], g1 = redRow[x + 1 - rc], g2 = blueRow[x + rc], b = blueRow[x + 1 - rc];
         // Without a branch: whether a cell counts is as random as the picture.
-        const uint64_t counts = (std::max({n[0], n[1], n[2], n[3]}) < kClipped) & (greens > kDarkGreens);
-        sums.red += counts * n[red], sums.blue += counts * n[blue], sums.green += counts * greens;
-        sums.cells += counts;
+        const uint32_t counts = (std::max(std::max(r, b), std::max(g1, g2)) < kClipped) & (g1 + g2 > kDarkGreens);
+        red += counts * r, blue += counts * b, green += counts * (g1 + g2), cells += counts;
     }
+    sums.red += red, sums.green += green, sums.blue += blue, sums.cells += cells;
 }
 
 // ---- output ---------------------------------------------------------------------------------------
@@ -566,7 +529,8 @@ struct Pass {
     uint32_t method;
     bool writes;              // false: statistics only
     Balance rowBalance[2];    // of even and odd rows
-    const uint16_t *normal;   // null: no statistics
+    bool counts;              // gathers the statistics
+    Balance rowNormal[2];     // black and white alone, for the statistics
     const Store *store;
 
     int32_t firstRow(int32_t k) const { return bands == 1 ? 0 : std::min(h, k * band); }
@@ -577,11 +541,10 @@ struct Pass {
         const bool mono = f.phase == kMono;
         const int32_t margin = bands == 1 || mono ? 0 : kMargin;
         const int32_t s0 = std::max(0, y0 - margin), s1 = std::min(h, y1 + margin);
-        const size_t values = size_t{1} << f.bits;
-        uint16_t *rows[2] = {wk.samples.data(), wk.samples.data() + w};
+        uint16_t *const s = wk.samples.data(), *const normalised[2] = {s + w, s + 2 * w};
         for (int32_t y = writes ? s0 : y0; y < (writes ? s1 : y1); ++y) {
             // Rows of counted cells: the band's own, a cell row in kCellRowStep.
-            const bool counted = normal != nullptr && !mono && y >= y0 && y < y1 && y / 2 % kCellRowStep == 0;
+            const bool counted = counts && !mono && y >= y0 && y < y1 && y / 2 % kCellRowStep == 0;
             if (!writes && !counted) continue;
             uint16_t *m = writes ? wk.mosaic.data() + ptrdiff_t{y - s0} * w : nullptr;
             if (!counted) { // full samples, balanced where they lie
@@ -589,9 +552,9 @@ struct Pass {
                 balance(m, m, w, rowBalance[y & 1]);
                 continue;
             }
-            uint16_t *s = rows[y & 1];
             reader.row(y, s);
-            if ((y & 1) == 1) countCells(rows[0], rows[1], w, normal, values, f.phase, wk.sums);
+            balance(s, normalised[y & 1], w, rowNormal[y & 1]);
+            if ((y & 1) == 1) countCells(normalised[0], normalised[1], w, f.phase, wk.sums);
             if (writes) balance(s, m, w, rowBalance[y & 1]);
         }
         if (!writes) return VQP_OK;
@@ -721,9 +684,9 @@ int32_t develop(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
 
         const bool measure = colour && writes && set.autoMode != VQP_BALANCE_WHITE_AUTO_OFF;
         const bool measureFirst = measure && (set.autoMode == VQP_BALANCE_WHITE_AUTO_ONCE || !set.primed);
-        const uint16_t *normal = measure ? normalTable(set, f, st.normalKey, st.normal) : nullptr;
+        const Balance normal[2] = {balanceOf(set, f, 0, false), balanceOf(set, f, 1, false)};
         if (measureFirst) {
-            const Pass stats{reader, f, h, w, band, bands, method, false, {}, normal, nullptr};
+            const Pass stats{reader, f, h, w, band, bands, method, false, {}, true, {normal[0], normal[1]}, nullptr};
             const auto [rc, sums] = everyBand(stats);
             if (rc != VQP_OK) return rc;
             gainsOf(sums, set.gain);
@@ -744,7 +707,7 @@ int32_t develop(ProcessingHandle *handle, const ImageFrame *in, uint32_t method,
                 store.m[3 * (2 - i / 3) + 2 - i % 3] = set.matrix[i];
             const bool gather = measure && !measureFirst;
             const Pass pass{reader, f, h, w, band, bands, method, true, {balanceOf(set, f, 0), balanceOf(set, f, 1)},
-                            gather ? normal : nullptr, &store};
+                            gather, {normal[0], normal[1]}, &store};
             const auto [rc, sums] = everyBand(pass);
             if (rc != VQP_OK) return rc;
             float measured[3];
