@@ -443,6 +443,9 @@ VQP_EXTERN int32_t vqpDemosaicing16(ProcessingHandle *handle, const ImageFrame *
  * the value before the curve is within (1 + the sum of the magnitudes of M's row) steps of 1/65535 of
  * the rule, within 2 (1 + the sum of the magnitudes of M's row) steps of 1/65535 for bilinear (means
  * truncated at 16 bits); the curve then maps it as it is (a steep curve near black magnifies that step).
+ * vqpDevelop evaluates the curve on c in single precision as a cubic per octave of c, within 0.15 of a
+ * level of the curve (the linear and sRGB curves, gammas from about 0.5 to 2.5); other gammas, and
+ * vqpDevelop16, round c to 16 bits and look the curve up in a table.
  * Neutral settings on 8-bit input give exactly the bytes of vqpDemosaicingParallel (padded rows are
  * compacted into a copy: the input is never written); every other case follows the rule above.
  * The fourth byte of BGRA8 and RGBA8 output is 0. Every vector level and thread count writes the same

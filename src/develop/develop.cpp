@@ -168,16 +168,15 @@ double transfer(uint32_t curve, double gamma, double c) {
 
 // The 8-bit curve without a table: a cubic in c' = c + 2 (c the matrix's result, 0 .. 65535, not rounded)
 // per octave of c', [2, 4), [4, 8) ... [32768, 65536), [65536, 65537], found as (bits of c' >> 23) & 15.
-// q holds the 16 constant coefficients, then the linear, square and cube ones.
+// q holds the 16 constant coefficients (with the 0.5 that rounds), then the linear, square and cube ones.
 int octaveOf(float shifted) { return static_cast<int>(std::bit_cast<uint32_t>(shifted) >> 23) & 15; }
 
-// The byte of c: q0 + c' (q1 + c' (q2 + c' q3)) + 0.5 truncated, single precision step by step (the fit
-// keeps the sum within -1 .. 256).
+// The byte of c: q0 + c' (q1 + c' (q2 + c' q3)) truncated, single precision step by step (the fit keeps
+// the sum within -1 .. 256).
 uint8_t encodeByte(float c, const float *q) {
     const float v = c + 2.0f;
     const int k = octaveOf(v);
-    float e = q[k] + v * (q[16 + k] + v * (q[32 + k] + v * q[48 + k]));
-    e += 0.5f;
+    const float e = q[k] + v * (q[16 + k] + v * (q[32 + k] + v * q[48 + k]));
     return static_cast<uint8_t>(static_cast<int32_t>(e));
 }
 
@@ -219,13 +218,14 @@ bool fitCubics(const Settings &set, float *q) {
                 binomial *= -mid * i / (j - i + 1);
             }
         }
+        inC[0] += 0.5; // rounds: the byte is the truncation
         for (int j = 0; j < 4; ++j) q[16 * j + k] = static_cast<float>(inC[j]);
         for (int i = 0; i <= 8 * kPoints && close; ++i) {
             const float v = static_cast<float>(lo + (hi - lo) * i / (8 * kPoints));
             if (octaveOf(v) != k) continue;
             const double c = static_cast<double>(v) - 2.0;
             const double limit = k == 0 ? std::max(1.0, std::abs(curve(std::round(c)) - curve(c))) : 0.15;
-            const double e = q[k] + v * (q[16 + k] + v * (q[32 + k] + v * q[48 + k]));
+            const double e = q[k] + v * (q[16 + k] + v * (q[32 + k] + v * q[48 + k])) - 0.5;
             close = std::abs(e - curve(c)) <= limit && e >= -1.25 && e <= 255.25;
         }
     }

@@ -312,16 +312,16 @@ ptrdiff_t balanceSamples(const uint16_t *s, uint16_t *d, ptrdiff_t w, const floa
 // Development into 8-bit B, G, R pixels: camera blue, green and red (planes, or B, G, R pixels when
 // `pixels`) through the matrix m (blue, green, red out of blue, green, red; null: the identity),
 // c = min(max((m0 b + m1 g) + m2 r, 0), 65535), and the transfer curve as a cubic per octave of
-// c' = c + 2 (curve: 16 coefficients of each power, from the constant up), e = q0 + c' (q1 + c' (q2 + c' q3))
-// + 0.5, whose truncation is the byte (the coefficients keep e within -1 .. 256). As the scalar code computes
-// it, NF pixels at a time; returns the pixels done.
+// c' = c + 2 (curve: 16 coefficients of each power, from the constant up, with the 0.5 that rounds),
+// e = q0 + c' (q1 + c' (q2 + c' q3)), whose truncation is the byte (the coefficients keep e within -1 .. 256).
+// As the scalar code computes it, NF pixels at a time; returns the pixels done.
 template <class O, bool Pixels, bool Mix>
 ptrdiff_t encode8(const uint16_t *const *in, unsigned char *out, ptrdiff_t w, const float *m, const float *curve) {
     using F = typename O::F;
     F k[9];
     for (int i = 0; i < 9 && Mix; ++i) k[i] = O::fset1(m[i]);
     const auto q0 = O::ftable(curve), q1 = O::ftable(curve + 16), q2 = O::ftable(curve + 32), q3 = O::ftable(curve + 48);
-    const F top = O::fset1(65535.0f), two = O::fset1(2.0f), half = O::fset1(0.5f);
+    const F top = O::fset1(65535.0f), two = O::fset1(2.0f);
     ptrdiff_t x = 0;
     for (; x + O::NF <= w; x += O::NF) {
         F b, g, r;
@@ -336,7 +336,7 @@ ptrdiff_t encode8(const uint16_t *const *in, unsigned char *out, ptrdiff_t w, co
             v = O::fadd(v, two);
             const auto seg = O::fsegment(v);
             const F inner = O::fadd(O::flookup(q2, seg), O::fmul(v, O::flookup(q3, seg)));
-            e[c] = O::fadd(O::fadd(O::flookup(q0, seg), O::fmul(v, O::fadd(O::flookup(q1, seg), O::fmul(v, inner)))), half);
+            e[c] = O::fadd(O::flookup(q0, seg), O::fmul(v, O::fadd(O::flookup(q1, seg), O::fmul(v, inner))));
         }
         O::storeF3x8(out + 3 * x, e[0], e[1], e[2]);
     }
