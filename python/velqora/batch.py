@@ -259,7 +259,9 @@ def _engine(args):
         return Client(args.scheduler, timeout="20s"), None
     workers = args.workers or os.cpu_count() or 1
     cluster = LocalCluster(n_workers=workers, threads_per_worker=1, processes=True, host="127.0.0.1",
-                           dashboard_address=None, silence_logs=logging.ERROR)
+                           dashboard_address=None, silence_logs=logging.ERROR,
+                           # the scheduler's plain HTTP routes on any free port rather than the dashboard's
+                           scheduler_kwargs={"dashboard_address": "127.0.0.1:0"})
     return Client(cluster), cluster
 
 
