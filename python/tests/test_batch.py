@@ -105,16 +105,19 @@ def test_bad_inputs_record_and_exit_status(tmp_path):
     seq = frames(tmp_path / "three.raw", "BayerRG12", 64, 48, count=3)
     with open(tmp_path / "cut.raw", "wb") as f:
         f.write(seq[0][:-2])
-    inputs = [str(tmp_path / n) for n in ("good.raw", "cut.raw", "gone.raw", "three.raw")]
+    (tmp_path / "dir.raw").mkdir()
+    inputs = [str(tmp_path / n) for n in ("good.raw", "cut.raw", "gone.raw", "three.raw", "dir.raw")]
     out = str(tmp_path / "out")
     first = subprocess.run(BATCH + args + ["--workers", "2", "--out-dir", out] + inputs, capture_output=True,
                            text=True, timeout=120)
     assert first.returncode == 1
     by_input = {os.path.basename(r["input"]): r for r in records(out)}
     assert {k: r["status"] for k, r in by_input.items()} == {"good.raw": "ok", "cut.raw": "failed",
-                                                             "gone.raw": "failed", "three.raw": "ok"}
+                                                             "gone.raw": "failed", "three.raw": "ok",
+                                                             "dir.raw": "failed"}
     assert "cut.raw holds 6142 bytes, not a whole number of 64 x 48 BayerRG12 frames" in by_input["cut.raw"]["reason"]
     assert "gone.raw: cannot open: No such file" in by_input["gone.raw"]["reason"]
+    assert "dir.raw is not a file" in by_input["dir.raw"]["reason"]
     assert all(r["reason"] in first.stderr for r in by_input.values() if r["reason"])
     assert [os.path.basename(p) for p in by_input["three.raw"]["outputs"]] == [f"three_{k:06d}.png" for k in range(3)]
     for k in range(3):
@@ -126,7 +129,7 @@ def test_bad_inputs_record_and_exit_status(tmp_path):
     again = subprocess.run(BATCH + args + ["--workers", "1", "-q", "--out-dir", out] + inputs, capture_output=True,
                            text=True, timeout=120)
     assert again.returncode == 1 and again.stdout == ""
-    assert [r["status"] for r in records(out)[4:]].count("skipped") == 2
+    assert [r["status"] for r in records(out)[5:]].count("skipped") == 2
     assert before == {n: os.stat(os.path.join(out, n)).st_ino for n in before}
 
     # A frame the library refuses fails with its reason; a good batch exits with 0.

@@ -8,6 +8,7 @@ import io
 import os
 import re
 import secrets
+import stat
 import threading
 import time
 from dataclasses import dataclass, field
@@ -214,7 +215,10 @@ def convert_file(path: str, first: int, count: int | None, job: Job) -> dict:
     record = {"input": path, "outputs": [], "frames": 0, "written": 0, "status": "ok", "reason": None}
     try:
         try:
-            size = os.stat(path).st_size
+            info = os.stat(path)
+            if not stat.S_ISREG(info.st_mode):
+                raise BadInput(f"{path} is not a file: give raw frame files")
+            size = info.st_size
             f = open(path, "rb")
         except OSError as e:
             raise BadInput(f"{path}: cannot open: {e.strerror}") from None

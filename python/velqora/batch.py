@@ -15,6 +15,7 @@ import json
 import logging
 import math
 import os
+import stat
 import sys
 import time
 from dataclasses import replace
@@ -32,7 +33,8 @@ USAGE = """velqora-batch -f FORMAT -W WIDTH -H HEIGHT [--stride N] [-m METHOD] [
 EPILOG = """Options mean what they mean to velqora-convert. A file that holds several frames back to back gives
 DIR/<name>_000000.<type>, ...; one frame gives DIR/<name>.<type>. Run again with the same arguments to
 finish an interrupted batch: inputs whose outputs are complete are skipped. Exit status: 0 every input
-converted or skipped, 1 some input failed (see DIR/velqora-batch.jsonl), 2 bad command line, 3 no cluster."""
+converted or skipped, 1 some input failed (see DIR/velqora-batch.jsonl), 2 bad command line, 3 no cluster
+(or no Dask)."""
 
 
 def _parser() -> argparse.ArgumentParser:
@@ -158,10 +160,13 @@ def plan(job: Job, files: list[str], workers: int) -> tuple[list, list]:
     tasks, records = [], []
     for path in files:
         try:
-            size = os.stat(path).st_size
+            info = os.stat(path)
         except OSError:
+            info = None
+        if info is None or not stat.S_ISREG(info.st_mode):  # the worker says why
             tasks.append((path, 0, None))
             continue
+        size = info.st_size
         try:
             n = frame_count(path, size, job)
         except BadInput as e:
@@ -275,6 +280,10 @@ def run(argv: list[str] | None = None) -> int:
     remove_partials(job, args.files)
     try:
         client, cluster = _engine(args)
+    except ImportError as e:
+        print(f"velqora-batch: {e}: it runs on Dask's distributed scheduler (Debian: python3-distributed; "
+              "pip: velqora[batch])", file=sys.stderr)
+        return 3
     except (OSError, TimeoutError) as e:
         print(f"velqora-batch: no cluster at {args.scheduler}: {e}", file=sys.stderr)
         return 3
