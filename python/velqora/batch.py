@@ -158,6 +158,7 @@ def plan(job: Job, files: list[str], workers: int) -> tuple[list, list]:
     to write; records of inputs skipped (outputs complete) or failed here (a size that is not whole frames).
     Files the client cannot see go to the workers whole: they may see them."""
     tasks, records = [], []
+    present = set(os.listdir(job.out_dir))
     for path in files:
         try:
             info = os.stat(path)
@@ -173,15 +174,16 @@ def plan(job: Job, files: list[str], workers: int) -> tuple[list, list]:
             records.append({"input": path, "outputs": [], "frames": 0, "status": "failed", "reason": str(e)})
             continue
         names = output_paths(path, n, job)
-        missing = [k for k, name in enumerate(names) if not os.path.exists(name)]
+        missing = {k for k, name in enumerate(names) if os.path.basename(name) not in present}
         if not missing:
             records.append({"input": path, "outputs": names, "frames": n, "status": "skipped", "reason": None})
             continue
-        # Long sequences are split so that every worker gets a share; runs already written are not sent.
-        chunk = max(8, math.ceil(n / (4 * workers))) if n > 1 else 1
+        # Long sequences are split so that every worker gets a share (and a task that runs again, its worker
+        # lost, has at most 256 frames to look at); runs already written are not sent.
+        chunk = min(256, max(8, math.ceil(n / (4 * workers)))) if n > 1 else 1
         for first in range(0, n, chunk):
             count = min(chunk, n - first)
-            if any(first <= k < first + count for k in missing):
+            if any(k in missing for k in range(first, first + count)):
                 tasks.append((path, first, count))
     return tasks, records
 
