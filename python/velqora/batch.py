@@ -311,8 +311,10 @@ def run(argv: list[str] | None = None) -> int:
                 entry = pending.setdefault(path, [0, None])
                 entry[0] += 1
             from distributed import as_completed
-            futures = client.map(convert_file, [t[0] for t in tasks], [t[1] for t in tasks],
-                                 [t[2] for t in tasks], job=job, pure=False)
+            # Workers of a running cluster have working directories of their own: they get absolute paths.
+            remote = os.path.abspath if args.scheduler else (lambda path: path)
+            futures = client.map(convert_file, [remote(t[0]) for t in tasks], [t[1] for t in tasks],
+                                 [t[2] for t in tasks], job=replace(job, out_dir=remote(job.out_dir)), pure=False)
             origin = {f.key: t for f, t in zip(futures, tasks)}
             for future in as_completed(futures):
                 path = origin[future.key][0]
@@ -322,6 +324,7 @@ def run(argv: list[str] | None = None) -> int:
                     part = {"input": path, "outputs": [], "frames": 0, "status": "failed",
                             "reason": f"{path}: the task failed on the cluster: {type(e).__name__}: {e}",
                             "seconds": 0.0}
+                part["input"] = path  # as the command line gave it
                 entry = pending[path]
                 entry[0] -= 1
                 if entry[1] is None:
