@@ -6,11 +6,14 @@
 #include <pybind11/stl.h>
 
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "png_encode.h"
 #include "velqora.h"
 
 namespace py = pybind11;
@@ -111,6 +114,35 @@ private:
     std::mutex mutex_;
 };
 
+// A PNG of `pixels` (H, W) grey or (H, W, 3) R, G, B, uint8 or uint16, C-contiguous, as velqora-convert
+// encodes it (the same encoder): the file's bytes.
+py::bytes encodePng(py::array pixels, int sigBits) {
+    const int bits = int(pixels.itemsize()) * 8;
+    const int channels = pixels.ndim() == 3 ? int(pixels.shape(2)) : 1;
+    const int32_t height = int32_t(pixels.shape(0)), width = int32_t(pixels.shape(1));
+    char *data = nullptr;
+    size_t size = 0;
+    std::string error;
+    bool ok = false;
+    {
+        py::gil_scoped_release release;
+        std::FILE *stream = open_memstream(&data, &size);
+        if (stream == nullptr) {
+            error = "out of memory";
+        } else {
+            ok = vqtool::encodePng(stream, width, height, channels, bits, pixels.data(), sigBits, error);
+            ok = std::fclose(stream) == 0 && ok;
+        }
+    }
+    if (!ok) {
+        std::free(data);
+        throw std::runtime_error("cannot encode a PNG: " + error);
+    }
+    py::bytes result(data, size);
+    std::free(data);
+    return result;
+}
+
 } // namespace
 
 PYBIND11_MODULE(_velqora, m) {
@@ -128,5 +160,6 @@ PYBIND11_MODULE(_velqora, m) {
     m.def("status_message", [](int32_t s) { return std::string(vqpStatusMessage(s)); });
     m.def("output_size", &vqpOutputSize);
     m.def("version", [] { return std::string(vqpVersionString()); });
+    m.def("encode_png", &encodePng);
     m.def("vector_level", [] { return std::string(vqpVectorLevel()); });
 }

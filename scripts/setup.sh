@@ -16,6 +16,15 @@ command -v clang++ >/dev/null 2>&1 || need+=(clang)
 /usr/bin/python3 -c "import pybind11" >/dev/null 2>&1 || need+=(python3-pybind11)
 /usr/bin/python3 -c "import pytest" >/dev/null 2>&1 || need+=(python3-pytest)
 [ -n "$(ls /usr/include/python3*/Python.h 2>/dev/null)" ] || need+=(python3-dev)
+# pip install and pip wheel of the module (setuptools driving the CMake build, into a virtual environment),
+# and velqora-batch: Dask's distributed scheduler, tqdm's progress bar, psutil for the tests' processes.
+/usr/bin/python3 -c "import ensurepip, venv" >/dev/null 2>&1 || need+=(python3-venv)
+/usr/bin/python3 -m pip --version >/dev/null 2>&1 || need+=(python3-pip)
+/usr/bin/python3 -c "import setuptools" >/dev/null 2>&1 || need+=(python3-setuptools)
+/usr/bin/python3 -c "import wheel" >/dev/null 2>&1 || need+=(python3-wheel)
+/usr/bin/python3 -c "import distributed" >/dev/null 2>&1 || need+=(python3-distributed)
+/usr/bin/python3 -c "import tqdm" >/dev/null 2>&1 || need+=(python3-tqdm)
+/usr/bin/python3 -c "import psutil" >/dev/null 2>&1 || need+=(python3-psutil)
 # The GStreamer plugin (gst/): GStreamer 1.22's development files, the tools and plugins its tests and
 # README pipelines use, and the GigE Vision camera simulator with the aravissrc element (aravis-tools).
 pkg-config --exists gstreamer-video-1.0 2>/dev/null || need+=(libgstreamer-plugins-base1.0-dev)

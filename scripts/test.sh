@@ -39,7 +39,7 @@ python3 scripts/check-instructions.py build/clang
 echo "== Fuzzing: each harness for 30 s from its seed corpus (clang, AddressSanitizer, UndefinedBehaviorSanitizer)"
 bash scripts/fuzz.sh 30
 
-echo "== The Python module and its tests"
+echo "== The Python module and its tests, velqora-batch on loopback Dask clusters, pip install and pip wheel"
 bash scripts/test-python.sh
 
 echo "== Emulated x86-64 processors: baseline, SSE4.2 without AVX, AVX2 without AVX-512"

@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "png_encode.h"
 #include "tool.h"
 
 namespace vqtool {
@@ -161,25 +162,6 @@ bool pngReadRows(png_structp png, png_bytepp rows, bool swap) {
     png_read_image(png, rows);
     return true;
 }
-bool pngWrite(png_structp png, png_infop info, std::FILE *f, png_uint_32 w, png_uint_32 h, int bits, int colour,
-              int sigBits, png_bytepp rows, bool swap) {
-    if (setjmp(png_jmpbuf(png))) return false;
-    png_init_io(png, f);
-    png_set_compression_level(png, 3);
-    png_set_IHDR(png, info, w, h, bits, colour, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
-    if (sigBits > 0 && sigBits < bits) {
-        png_color_8 sig{};
-        sig.red = sig.green = sig.blue = sig.gray = png_byte(sigBits);
-        png_set_sBIT(png, info, &sig);
-    }
-    png_write_info(png, info);
-    if (swap) png_set_swap(png);
-    png_write_image(png, rows);
-    png_write_end(png, nullptr);
-    return true;
-}
-
 } // namespace
 
 GreyImage readPng(const std::string &path) {
@@ -278,22 +260,9 @@ void AtomicFile::commit() {
 
 void writePng(AtomicFile &file, int32_t width, int32_t height, int channels, int bits, const void *pixels,
               int sigBits) {
-    PngErrors errors;
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &errors, pngError, pngWarning);
-    png_infop info = png ? png_create_info_struct(png) : nullptr;
-    if (!info) {
-        png_destroy_write_struct(&png, nullptr);
-        throw Failure(kExitOutput, "out of memory writing a PNG");
-    }
-    const size_t rowBytes = size_t(width) * size_t(channels) * size_t(bits / 8);
-    auto *base = static_cast<png_bytep>(const_cast<void *>(pixels));
-    std::vector<png_bytep> rows(static_cast<size_t>(height));
-    for (int32_t y = 0; y < height; ++y) rows[size_t(y)] = base + size_t(y) * rowBytes;
-    const bool ok = pngWrite(png, info, file.stream(), png_uint_32(width), png_uint_32(height), bits,
-                             channels == 1 ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_RGB, sigBits, rows.data(),
-                             bits == 16 && hostIsLittleEndian());
-    png_destroy_write_struct(&png, &info);
-    if (!ok) throw Failure(kExitOutput, "cannot write PNG: " + errors.message);
+    std::string error;
+    if (!encodePng(file.stream(), width, height, channels, bits, pixels, sigBits, error))
+        throw Failure(kExitOutput, "cannot write PNG: " + error);
 }
 
 
