@@ -302,7 +302,8 @@ TEST(Develop, NeutralSettingsGiveThePlainConversions) {
     // Frames of one band, two bands (at most 1024 rows a band, fewer on wide rows) and several.
     for (const auto &size : {std::pair{9, 8}, std::pair{1100, 64}, std::pair{2101, 67}, std::pair{600, 4100}})
         for (int phase = 0; phase < (size.second > 1000 ? 1 : 4); ++phase)
-            for (uint32_t method : {VQP_METHOD_NEAREST, VQP_METHOD_BILINEAR, VQP_METHOD_EDGE}) {
+            for (uint32_t method : {VQP_METHOD_EDGE, VQP_METHOD_NEAREST, VQP_METHOD_BILINEAR}) {
+                if (size.second > 1000 && method != VQP_METHOD_EDGE) continue; // wide rows: once is enough
                 const auto [h, w] = size;
                 std::vector<uint16_t> s(size_t(h) * w);
                 for (auto &v : s) v = uint16_t(rng());
