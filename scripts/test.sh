@@ -36,8 +36,8 @@ cmake --build build/clang -j "$jobs"
 ctest --test-dir build/clang --output-on-failure -j "$jobs"
 python3 scripts/check-instructions.py build/clang
 
-echo "== Fuzzing: each harness for 30 s from its seed corpus (clang, AddressSanitizer, UndefinedBehaviorSanitizer)"
-bash scripts/fuzz.sh 30
+echo "== Fuzzing: each harness for 20 s from its seed corpus (clang, AddressSanitizer, UndefinedBehaviorSanitizer)"
+bash scripts/fuzz.sh 20
 
 echo "== The Python module and its tests, velqora-batch on loopback Dask clusters, pip install and pip wheel"
 bash scripts/test-python.sh
